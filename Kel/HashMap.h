@@ -77,7 +77,6 @@ class HashMap : public BaseCollection {
     const K& key() const { return cur_->key; }
     Ref value() const { return cur_->value; }
     Ref operator*() const { return cur_->value; }
-    auto operator->() const -> decltype(&*std::declval<Ref>()) { return &*cur_->value; }
     bool hasBookmark() const { return bookmark_; }
 
     IteratorT& operator++() {

@@ -1,8 +1,8 @@
 // Generation of a record's attribute operations from one declaration per
 // attribute. A record class lists its attributes in an X-macro
 //
-//   #define HARBEC_VM_ATTRIBUTES(SCALAR, CTOR, VALUES, ENTITIES, QUEUE) \
-//     SCALAR(vmName, VmName, Kel::String8, Kel::String8())               \
+//   #define HARBEC_VM_ATTRIBUTES(SCALAR, CTOR, VALUES, ENTITIES, QUEUE)
+//     SCALAR(vmName, VmName, Kel::String8, Kel::String8())
 //     ENTITIES(vnic, Vnic, Vnic)
 //
 // and states KEL_RECORD(Harbec, Vm, Kel::Entity, HARBEC_VM_ATTRIBUTES) in its
@@ -67,9 +67,9 @@
  protected:                                \
   Type x##_;
 
-#define KEL_VALUES(x, X, Key, Value, Map)                             \
+#define KEL_VALUES(x, X, Key, Value, Container)                             \
  public:                                                              \
-  using X##Map = Map<Value, Key>;                                     \
+  using X##Map = Container<Value, Key>;                                     \
   using X##Iterator = typename X##Map::IteratorConst;                 \
   using X##IteratorConst = typename X##Map::IteratorConst;            \
   Value x(const Key& k) const {                                       \

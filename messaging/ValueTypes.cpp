@@ -1,0 +1,1 @@
+#include "messaging/ValueTypes.h"
