@@ -1,0 +1,87 @@
+// Virtual machines (and each host's kernel pseudo-machine), their virtual
+// NICs, port groups and distributed switches.
+#pragma once
+#include "Kel/Record.h"
+#include "messaging/Enums.h"
+#include "platform/Interface.h"
+#include "platform/IpAddr.h"
+
+namespace Harbec {
+
+#define HARBEC_VNIC_ATTRIBUTES(SCALAR, CTOR, VALUES, ENTITIES, QUEUE)                     \
+  SCALAR(macAddress, MacAddress, Kel::String8, Kel::String8())                           \
+  SCALAR(ipAddrWithMask, IpAddrWithMask, Brindle::IpAddrWithMask, Brindle::IpAddrWithMask()) \
+  SCALAR(portKey, PortKey, Kel::String8, Kel::String8())                                 \
+  SCALAR(dvsName, DvsName, Kel::String8, Kel::String8())                                 \
+  SCALAR(switchId, SwitchId, Kel::String8, Kel::String8())                               \
+  SCALAR(label, Label, Kel::String8, Kel::String8())                                     \
+  SCALAR(portGroup, PortGroup, Kel::String8, Kel::String8())                             \
+  SCALAR(vmotionPg, VmotionPg, Kel::String8, Kel::String8())                             \
+  SCALAR(active, Active, bool, false)                                                    \
+  SCALAR(configId, ConfigId, unsigned, 0)                                                \
+  SCALAR(stats, Stats, Interface::IntfStatistics, Interface::IntfStatistics())           \
+  SCALAR(counterRefreshTime, CounterRefreshTime, double, 0.0)                            \
+  SCALAR(operStatus, OperStatus, Interface::IntfOperStatus, Interface::intfOperStatusUp) \
+  SCALAR(linkStatus, LinkStatus, Interface::LinkStatus, Interface::linkStatusUnknown)    \
+  SCALAR(mtu, Mtu, unsigned, 0)                                                          \
+  SCALAR(vnicType, VnicType, PeerType, virtualMachineNic)
+
+// A virtual NIC of a machine, keyed by the card's key, or a VMkernel NIC of
+// a host, keyed by its device name.
+class Vnic : public Kel::Entity {
+  KEL_RECORD(Harbec, Vnic, Kel::Entity, HARBEC_VNIC_ATTRIBUTES)
+ protected:
+  explicit Vnic(const Kel::Name& n) : Kel::Entity(n) {}
+};
+KEL_FACTORY(Vnic, vnicFactory)
+
+#define HARBEC_VM_ATTRIBUTES(SCALAR, CTOR, VALUES, ENTITIES, QUEUE) \
+  SCALAR(vmName, VmName, Kel::String8, Kel::String8())             \
+  SCALAR(hostRef, HostRef, Kel::String8, Kel::String8())           \
+  SCALAR(hostName, HostName, Kel::String8, Kel::String8())         \
+  SCALAR(ftStatus, FtStatus, FTStatus, ftDisabled)                 \
+  SCALAR(vmotionDst, VmotionDst, Kel::String8, Kel::String8())     \
+  SCALAR(inVmotion, InVmotion, bool, false)                        \
+  SCALAR(vmotionFailed, VmotionFailed, bool, false)                \
+  SCALAR(powerState, PowerState, bool, false)                      \
+  ENTITIES(vnic, Vnic, Vnic)
+
+class Vm : public Kel::Entity {
+  KEL_RECORD(Harbec, Vm, Kel::Entity, HARBEC_VM_ATTRIBUTES)
+ protected:
+  explicit Vm(const Kel::Name& n) : Kel::Entity(n) {}
+};
+KEL_FACTORY(Vm, vmFactory)
+
+// sVlanId and eVlanId are written from outside only; 4094 is their default
+// end of range, unlike the 0 of the start.
+#define HARBEC_PORT_GROUP_ATTRIBUTES(SCALAR, CTOR, VALUES, ENTITIES, QUEUE) \
+  SCALAR(pgName, PgName, Kel::String8, Kel::String8())                     \
+  SCALAR(vlanId, VlanId, unsigned, 0)                                      \
+  SCALAR(accessVlanId, AccessVlanId, Kel::String8, Kel::String8())         \
+  SCALAR(switchRef, SwitchRef, Kel::String8, Kel::String8())               \
+  SCALAR(trunk, Trunk, bool, false)                                        \
+  SCALAR(trunkAllowedVlans, TrunkAllowedVlans, Kel::String8, Kel::String8()) \
+  SCALAR(sVlanId, SVlanId, unsigned, 0)                                    \
+  SCALAR(eVlanId, EVlanId, unsigned, 4094)                                 \
+  SCALAR(active, Active, bool, false)
+
+class PortGroup : public Kel::Entity {
+  KEL_RECORD(Harbec, PortGroup, Kel::Entity, HARBEC_PORT_GROUP_ATTRIBUTES)
+ protected:
+  explicit PortGroup(const Kel::Name& n) : Kel::Entity(n) {}
+};
+KEL_FACTORY(PortGroup, portGroupFactory)
+
+#define HARBEC_DVS_ATTRIBUTES(SCALAR, CTOR, VALUES, ENTITIES, QUEUE) \
+  SCALAR(uuId, UuId, Kel::String8, Kel::String8())                  \
+  SCALAR(dvsName, DvsName, Kel::String8, Kel::String8())
+
+class DVS : public Kel::Entity {
+  KEL_RECORD(Harbec, DVS, Kel::Entity, HARBEC_DVS_ATTRIBUTES)
+ protected:
+  explicit DVS(const Kel::Name& n) : Kel::Entity(n) {}
+};
+KEL_FACTORY(DVS, dVSFactory)
+
+}  // namespace Harbec

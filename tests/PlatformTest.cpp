@@ -1,0 +1,52 @@
+// Value types of the host agent's interface and address libraries.
+#include <gtest/gtest.h>
+
+#include "platform/Interface.h"
+#include "platform/IpAddr.h"
+#include "platform/Status.h"
+
+using Brindle::IpAddr;
+
+namespace {
+IpAddr parse(const char* text) {
+  IpAddr a(0xdeadbeef);  // a parse overwrites whatever was there
+  a.stringValueIs(text);
+  return a;
+}
+}  // namespace
+
+TEST(IpAddr, DottedQuadsParse) {
+  EXPECT_EQ(parse("10.1.2.3").value(), 0x0a010203u);
+  EXPECT_EQ(parse("255.255.255.0").value(), 0xffffff00u);
+  EXPECT_EQ(parse("0.0.0.0").value(), 0u);
+  EXPECT_TRUE(parse("0.0.0.0").valid());
+  EXPECT_EQ(parse("192.168.10.200").stringValue(), "192.168.10.200");
+}
+
+TEST(IpAddr, BadTextYieldsTheZeroAddress) {
+  for (const char* bad : {"", "1.2.3", "1.2.3.4.5", "256.1.1.1", "1..2.3", "a.b.c.d", "1.2.3.4 ",
+                          " 1.2.3.4", "0001.2.3.4", "1.2.3.-4", "fe80::1", "."}) {
+    IpAddr a = parse(bad);
+    EXPECT_EQ(a.value(), 0u) << bad;
+    EXPECT_FALSE(a.valid()) << bad;
+  }
+}
+
+TEST(IpAddr, ValuesCompareWhole) {
+  EXPECT_EQ(Brindle::IpAddrWithMask(parse("10.0.0.1"), 24), Brindle::IpAddrWithMask(IpAddr(0x0a000001), 24));
+  EXPECT_NE(Brindle::IpAddrWithMask(parse("10.0.0.1"), 24), Brindle::IpAddrWithMask(parse("10.0.0.1"), 25));
+  Interface::IntfStatistics a, b;
+  EXPECT_EQ(a, b);
+  b.outErrors = 1;  // the last of the twelve counters counts too
+  EXPECT_NE(a, b);
+}
+
+TEST(Status, SessionStateWrittenUnderTheLock) {
+  auto s = Harbec::sessionStatusFactory("s");
+  EXPECT_EQ(s->sessionState(), Harbec::sessionInit);
+  Harbec::updateSessionStatus(s, Harbec::sessionConnected);
+  EXPECT_EQ(s->sessionState(), Harbec::sessionConnected);
+  std::ostringstream os;
+  os << s->sessionState();
+  EXPECT_EQ(os.str(), "sessionConnected");
+}
