@@ -1,0 +1,23 @@
+#!/usr/bin/env bash
+# Installs what is missing, builds, and runs the whole suite: once plainly,
+# once under AddressSanitizer with UndefinedBehaviorSanitizer, and once under
+# ThreadSanitizer. HARBEC_SANITIZERS=0 skips the sanitizer runs.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+scripts/install-deps.sh
+
+jobs=$(nproc)
+
+run_suite() {  # build dir, extra cmake arguments...
+  local dir=$1
+  shift
+  cmake -S . -B "$dir" -DCMAKE_BUILD_TYPE=RelWithDebInfo "$@" >/dev/null
+  cmake --build "$dir" -j"$jobs"
+  ctest --test-dir "$dir" --output-on-failure -j"$jobs"
+}
+
+run_suite build/release
+if [ "${HARBEC_SANITIZERS:-1}" != 0 ]; then
+  run_suite build/asan -DHARBEC_SANITIZE=address,undefined -DHARBEC_BUILD_BENCH=OFF
+  run_suite build/tsan -DHARBEC_SANITIZE=thread -DHARBEC_BUILD_BENCH=OFF
+fi
