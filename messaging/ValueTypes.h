@@ -106,6 +106,7 @@ class BoundedString255 {
   BoundedString255(const char* v) : BoundedString255(Kel::String8(v)) {}
   BoundedString255(Kel::StrIter& i, const Kel::StrIter& end);  // parses a strep
   BoundedString255& operator=(const Kel::String8& v);
+  BoundedString255& operator=(const char* v) { return *this = Kel::String8(v); }
 
   const Kel::String8& value() const { return value_; }
   bool operator==(const BoundedString255& o) const { return value_ == o.value_; }

@@ -1,0 +1,376 @@
+// Text forms (streps) of the enumerations and value records, and their parsers.
+#include <gtest/gtest.h>
+
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "messaging/Enums.h"
+#include "messaging/ValueTypes.h"
+
+using namespace Harbec;
+using Kel::RangeException;
+using Kel::String8;
+
+namespace {
+
+// The message of the RangeException raised by `f`, or a marker if none is.
+template <class F>
+std::string rangeMessage(F f) {
+  try {
+    f();
+  } catch (const RangeException& e) {
+    return e.message().str();
+  }
+  return "<no RangeException>";
+}
+
+template <class T>
+std::string parseFailure(const String8& text) {
+  return rangeMessage([&] { Kel::strepToValue<T>(text); });
+}
+
+template <class T>
+String8 textOf(const T& v) {
+  std::ostringstream os;
+  os << v;
+  return String8(os.str());
+}
+
+// The message of reading `text` as a T.
+template <class T>
+std::string readFailure(const char* text) {
+  return rangeMessage([&] {
+    const String8 t(text);
+    Kel::StrIter i = t.begin();
+    using Kel::sequenceToValue;
+    T v;
+    sequenceToValue(i, t.end(), &v);
+  });
+}
+
+// The message a bad field value yields once renamed for the attribute.
+template <class T>
+std::string fieldFailure(const char* badValue, const char* field) {
+  const String8 text(badValue);
+  Kel::StrIter i = text.begin();
+  try {
+    using Kel::sequenceToValue;
+    T v;
+    sequenceToValue(i, text.end(), &v);
+  } catch (const RangeException& e) {
+    return rangeMessage([&] { Kel::rethrowFromDeserializeAttr(e, field); });
+  }
+  return "<value parsed>";
+}
+
+const char* const kLogMsgHead = "Value('Harbec::LogMsg', ** {";
+
+}  // namespace
+
+// ---------------------------------------------------------------- enumerations
+
+namespace {
+// Each name prints for its number and reads back, in order of value.
+template <class E, class ByNumber, class ByName>
+void expectNames(const std::vector<const char*>& names, ByNumber byNumber, ByName byName) {
+  for (unsigned n = 0; n < names.size(); ++n) {
+    EXPECT_EQ(stringValue(E(n)), names[n]);
+    EXPECT_EQ(byNumber(n), E(n));
+    EXPECT_EQ(byName(String8(names[n])), E(n));
+  }
+}
+}  // namespace
+
+TEST(EnumText, NamesFollowTheTablesInOrderOfValue) {
+  expectNames<SoapRequestType>(
+      {"unknownSoapRequestType", "counterUpdateRequestType", "connectRequestType",
+       "blockPortRequestType", "checkForUpdatesRequestType", "updateHostNwInfoRequestType",
+       "fetchDvPortRequestType", "refreshDvPortRequestType", "connectionStatusRequestType",
+       "logMsgRequestType"},
+      [](unsigned n) { return SoapRequestTypeInstance(n); },
+      [](const String8& s) { return SoapRequestTypeInstance(s); });
+  expectNames<SoapResponseType>(
+      {"unknownSoapResponseType", "fetchDvPortResponseType"},
+      [](unsigned n) { return SoapResponseTypeInstance(n); },
+      [](const String8& s) { return SoapResponseTypeInstance(s); });
+  expectNames<RestRequestType>(
+      {"unknownRestRequestType", "httpGET", "httpPUT", "httpPOST", "httpDELETE"},
+      [](unsigned n) { return RestRequestTypeInstance(n); },
+      [](const String8& s) { return RestRequestTypeInstance(s); });
+  expectNames<FTStatus>(
+      {"ftDisabled", "ftActive", "ftStandby"}, [](unsigned n) { return FTStatusInstance(n); },
+      [](const String8& s) { return FTStatusInstance(s); });
+  expectNames<PeerType>(
+      {"virtualMachineNic", "vmKernelNic"}, [](unsigned n) { return PeerTypeInstance(n); },
+      [](const String8& s) { return PeerTypeInstance(s); });
+  expectNames<SoapException::Id>(
+      {"unknownSoapException", "connectionException", "authenticationException",
+       "datacenterException", "viException", "fatalRpcException", "recoverableRpcException"},
+      [](unsigned n) { return SoapExceptionIdInstance(n); },
+      [](const String8& s) { return SoapExceptionIdInstance(s); });
+  expectNames<RestException::Id>(
+      {"unknownRestException", "httpGetException", "httpPutException", "httpPostException",
+       "httpDeleteException"},
+      [](unsigned n) { return RestExceptionIdInstance(n); },
+      [](const String8& s) { return RestExceptionIdInstance(s); });
+  EXPECT_EQ(textOf(FTStatus(2)), "ftStandby");
+  EXPECT_EQ(valueToStrep(httpGET), "'httpGET'");
+}
+
+TEST(EnumText, UnknownNumbersPrintWithTheTypeName) {
+  EXPECT_EQ(stringValue(SoapRequestType(10)), "SoapRequestType(10)");
+  EXPECT_EQ(valueToStrep(SoapRequestType(10)), "'SoapRequestType(10)'");
+  EXPECT_EQ(stringValue(SoapResponseType(2)), "SoapResponseType(2)");
+  EXPECT_EQ(stringValue(RestRequestType(5)), "RestRequestType(5)");
+  EXPECT_EQ(stringValue(FTStatus(3)), "FTStatus(3)");
+  EXPECT_EQ(textOf(PeerType(77)), "PeerType(77)");
+  EXPECT_EQ(stringValue(SoapException::Id(7)), "SoapException::Id(7)");
+  EXPECT_EQ(valueToStrep(RestException::Id(5)), "'RestException::Id(5)'");
+}
+
+TEST(EnumText, OutOfRangeNumberOrNameRaisesTheBareName) {
+  EXPECT_EQ(rangeMessage([] { SoapRequestTypeInstance(10u); }), "SoapRequestType");
+  EXPECT_EQ(rangeMessage([] { SoapResponseTypeInstance(2u); }), "SoapResponseType");
+  EXPECT_EQ(rangeMessage([] { RestRequestTypeInstance(5u); }), "RestRequestType");
+  EXPECT_EQ(rangeMessage([] { FTStatusInstance(3u); }), "FTStatus");
+  EXPECT_EQ(rangeMessage([] { PeerTypeInstance(2u); }), "PeerType");
+  EXPECT_EQ(rangeMessage([] { SoapExceptionIdInstance(7u); }), "Id");
+  EXPECT_EQ(rangeMessage([] { RestExceptionIdInstance(0xffffffffu); }), "Id");
+  // Names compare exactly; the text of an unknown number is no name either.
+  EXPECT_EQ(rangeMessage([] { RestRequestTypeInstance(String8("httpget")); }), "RestRequestType");
+  EXPECT_EQ(rangeMessage([] { RestRequestTypeInstance(String8("httpGET ")); }), "RestRequestType");
+  EXPECT_EQ(rangeMessage([] { FTStatusInstance(String8("FTStandby")); }), "FTStatus");
+  EXPECT_EQ(rangeMessage([] { SoapExceptionIdInstance(String8("ViException")); }), "Id");
+  EXPECT_EQ(rangeMessage([] { SoapRequestTypeInstance(String8("SoapRequestType(10)")); }),
+            "SoapRequestType");
+}
+
+TEST(EnumText, SequenceReadsAQuotedName) {
+  const String8 text("  'ftActive' rest");
+  Kel::StrIter i = text.begin();
+  FTStatus s = ftDisabled;
+  sequenceToValue(i, text.end(), &s);
+  EXPECT_EQ(s, ftActive);
+  EXPECT_EQ(i - text.begin(), 12);
+  EXPECT_EQ(readFailure<FTStatus>("'ftactive'"), "FTStatus");
+  // Unquoted, it fails as the string reader does.
+  EXPECT_EQ(readFailure<FTStatus>("ftActive"), readFailure<String8>("ftActive"));
+}
+
+// ---------------------------------------------------------------------- LogMsg
+
+TEST(LogMsgText, StrepHasTheFixedForm) {
+  EXPECT_EQ(valueToStrep(LogMsg()),
+            "Value('Harbec::LogMsg', ** {'entityRef': '', 'msg': '', 'alarm': False})");
+  const LogMsg m("vm-12", "it's a \\ path", true);
+  const String8 expected =
+      String8("Value('Harbec::LogMsg', ** {'entityRef': 'vm-12', 'msg': ") +
+      Kel::valueToStrep(String8("it's a \\ path")) + ", 'alarm': True})";
+  EXPECT_EQ(valueToStrep(m), expected);
+  EXPECT_EQ(textOf(m), expected);
+}
+
+TEST(LogMsgText, StrepParsesBackToAnEqualValue) {
+  const std::vector<LogMsg> values = {
+      LogMsg(),
+      LogMsg("host-9", "link down", true),
+      LogMsg("", "quote ' backslash \\ end\\", false),
+      LogMsg("a}b)c", "', 'alarm': True})", true),
+      LogMsg("multi\nline\t", String8("nul\0byte", 8), false),
+  };
+  for (const LogMsg& v : values) {
+    const String8 strep = valueToStrep(v);
+    EXPECT_EQ(Kel::strepToValue<LogMsg>(strep), v) << strep;
+  }
+}
+
+TEST(LogMsgText, FieldsInAnyOrderRepeatedOrNone) {
+  EXPECT_EQ(Kel::strepToValue<LogMsg>(
+                "Value('Harbec::LogMsg', ** {'alarm': True, 'msg': 'm', 'entityRef': 'e'})"),
+            LogMsg("e", "m", true));
+  EXPECT_EQ(Kel::strepToValue<LogMsg>(
+                "Value('Harbec::LogMsg', ** {'msg': 'first', 'alarm': True, 'msg': 'second', "
+                "'alarm': False})"),
+            LogMsg("", "second", false));
+  EXPECT_EQ(Kel::strepToValue<LogMsg>("Value('Harbec::LogMsg',**{'msg':'m'})"),
+            LogMsg("", "m", false));
+  EXPECT_EQ(Kel::strepToValue<LogMsg>(
+                " \n Value ( 'Harbec::LogMsg' , ** {\n  'msg' : 'm' ,\n  'alarm' : True\n } ) \n"),
+            LogMsg("", "m", true));
+  EXPECT_EQ(Kel::strepToValue<LogMsg>("Value('Harbec::LogMsg', ** {})"), LogMsg());
+  EXPECT_EQ(Kel::strepToValue<LogMsg>("Value('Harbec::LogMsg', ** {  \n })"), LogMsg());
+}
+
+TEST(LogMsgText, ParserConsumesTrailingBlanksOnly) {
+  const LogMsg m("e", "m", true);
+  EXPECT_EQ(Kel::strepToValue<LogMsg>(valueToStrep(m) + " \t\r\n "), m);
+  const String8 text = valueToStrep(m) + "  \t, next";
+  Kel::StrIter i = text.begin();
+  EXPECT_EQ(LogMsg(i, text.end()), m);
+  EXPECT_EQ(*i, ',');
+}
+
+TEST(LogMsgText, ParseFailureMessages) {
+  const String8 head(kLogMsgHead);
+  const std::string premature = "premature end of value type LogMsg";
+  EXPECT_EQ(parseFailure<LogMsg>(head), premature);
+  EXPECT_EQ(parseFailure<LogMsg>(head + "  \n"), premature);
+  EXPECT_EQ(parseFailure<LogMsg>(head + "'msg': 'm', 'alarm': True "), premature);
+
+  EXPECT_EQ(parseFailure<LogMsg>(head + "'severity': 'high'})"),
+            "LogMsg has no such attribute: severity");
+  // Keys are exact, and checked before their value is read.
+  EXPECT_EQ(parseFailure<LogMsg>(head + "'msg': 'm', 'Alarm': garbage"),
+            "LogMsg has no such attribute: Alarm");
+
+  // A bad field value fails as its reader does, renamed for the field.
+  EXPECT_EQ(parseFailure<LogMsg>(head + "'alarm': 'yes'})"), fieldFailure<bool>("'yes'", "alarm"));
+  EXPECT_EQ(parseFailure<LogMsg>(head + "'entityRef': 12})"),
+            fieldFailure<String8>("12", "entityRef"));
+  EXPECT_EQ(parseFailure<LogMsg>(head + "'msg': 'open})"),
+            fieldFailure<String8>("'open})", "msg"));
+}
+
+TEST(LogMsgText, MalformedFramingIsRefused) {
+  const std::vector<const char*> bad = {
+      "",
+      "value('Harbec::LogMsg', ** {})",
+      "Value('Harbec::SoapException', ** {})",
+      "Value('LogMsg', ** {})",
+      "Value('Harbec::LogMsg' ** {})",
+      "Value('Harbec::LogMsg', * {})",
+      "Value('Harbec::LogMsg', ** {'msg': 'm' 'alarm': True})",
+      "Value('Harbec::LogMsg', ** {, 'msg': 'm'})",
+      "Value('Harbec::LogMsg', ** {'msg' 'm'})",
+      "Value('Harbec::LogMsg', ** {}",
+  };
+  for (const char* text : bad)
+    EXPECT_THROW(Kel::strepToValue<LogMsg>(text), RangeException) << text;
+}
+
+TEST(LogMsgText, JunkAfterTheValue) {
+  const String8 strep = valueToStrep(LogMsg("e", "m", false));
+  const String8 text = strep + "  \n x)";
+  try {
+    Kel::strepToValue<LogMsg>(text);
+    FAIL() << "junk was accepted";
+  } catch (const RangeException& e) {
+    EXPECT_EQ(e.message(), Kel::format("junk at column %lld deserializing %s",
+                                       static_cast<long long>(strep.length() + 4), text.charPtr()));
+    EXPECT_TRUE(e.ids().has(12));
+  }
+  EXPECT_EQ(parseFailure<LogMsg>("Value('Harbec::LogMsg', ** {}))"),
+            "junk at column 30 deserializing Value('Harbec::LogMsg', ** {}))");
+  // Parse failures inside the value are not junk.
+  try {
+    Kel::strepToValue<LogMsg>("Value('Harbec::LogMsg', ** {");
+    FAIL();
+  } catch (const RangeException& e) {
+    EXPECT_FALSE(e.ids().has(12));
+  }
+}
+
+TEST(LogMsgText, NotIsTrueOnlyForTheDefault) {
+  EXPECT_TRUE(!LogMsg());
+  EXPECT_TRUE(!LogMsg("", "", false));
+  EXPECT_FALSE(!LogMsg("e", "", false));
+  EXPECT_FALSE(!LogMsg("", "m", false));
+  EXPECT_FALSE(!LogMsg("", "", true));
+}
+
+// ---------------------------------------------------------- exception records
+
+TEST(ExceptionRecordText, StrepAndRoundTrip) {
+  const SoapException soap(SoapException::viException, "it's bad");
+  EXPECT_EQ(valueToStrep(soap), String8("Value('Harbec::SoapException', ** {'id': 'viException', "
+                                        "'what': ") +
+                                    Kel::valueToStrep(String8("it's bad")) + "})");
+  EXPECT_EQ(textOf(soap), valueToStrep(soap));
+  const RestException rest(RestException::httpPutException, "HTTP 500");
+  EXPECT_EQ(valueToStrep(rest),
+            "Value('Harbec::RestException', ** {'id': 'httpPutException', 'what': 'HTTP 500'})");
+  EXPECT_EQ(textOf(rest), valueToStrep(rest));
+
+  for (unsigned n = 0; n <= SoapException::recoverableRpcException; ++n) {
+    const SoapException v(SoapException::Id(n), Kel::format("case %u \\ '", n));
+    EXPECT_EQ(Kel::strepToValue<SoapException>(valueToStrep(v)), v) << n;
+  }
+  for (unsigned n = 0; n <= RestException::httpDeleteException; ++n) {
+    const RestException v(RestException::Id(n), Kel::format("'%u'", n));
+    EXPECT_EQ(Kel::strepToValue<RestException>(valueToStrep(v)), v) << n;
+  }
+
+  EXPECT_EQ(Kel::strepToValue<SoapException>("Value('Harbec::SoapException', ** {})"),
+            SoapException(SoapException::unknownSoapException, ""));
+  EXPECT_EQ(Kel::strepToValue<RestException>("Value('Harbec::RestException', ** { })"),
+            RestException(RestException::unknownRestException, ""));
+  EXPECT_EQ(Kel::strepToValue<SoapException>(
+                "Value('Harbec::SoapException', ** {'what': 'w', 'id': 'connectionException', "
+                "'id': 'fatalRpcException'})"),
+            SoapException(SoapException::fatalRpcException, "w"));
+}
+
+TEST(ExceptionRecordText, ParseFailures) {
+  const String8 soap("Value('Harbec::SoapException', ** {");
+  const String8 rest("Value('Harbec::RestException', ** {");
+  EXPECT_EQ(parseFailure<SoapException>(soap + "'id': 'viException'"),
+            "premature end of value type SoapException");
+  EXPECT_EQ(parseFailure<RestException>(rest), "premature end of value type RestException");
+  EXPECT_EQ(parseFailure<SoapException>(soap + "'msg': 'm'})"),
+            "SoapException has no such attribute: msg");
+  EXPECT_EQ(parseFailure<RestException>(rest + "'id': 'httpGetException', 'code': 1})"),
+            "RestException has no such attribute: code");
+
+  // An unknown id prints, but does not read back; nor does a number or a miscased name.
+  const SoapException unknown(SoapException::Id(9), "w");
+  EXPECT_EQ(valueToStrep(unknown),
+            "Value('Harbec::SoapException', ** {'id': 'SoapException::Id(9)', 'what': 'w'})");
+  EXPECT_EQ(parseFailure<SoapException>(valueToStrep(unknown)),
+            fieldFailure<SoapException::Id>("'SoapException::Id(9)'", "id"));
+  EXPECT_EQ(parseFailure<SoapException>(soap + "'id': 4})"),
+            fieldFailure<SoapException::Id>("4", "id"));
+  EXPECT_EQ(parseFailure<RestException>(rest + "'id': 'HttpGetException'})"),
+            fieldFailure<RestException::Id>("'HttpGetException'", "id"));
+  EXPECT_EQ(parseFailure<RestException>(rest + "'what': True})"),
+            fieldFailure<String8>("True", "what"));
+
+  EXPECT_THROW(Kel::strepToValue<SoapException>(rest + "})"), RangeException);
+  EXPECT_THROW(Kel::strepToValue<RestException>(soap + "})"), RangeException);
+  const String8 junk = valueToStrep(RestException()) + " x";
+  EXPECT_EQ(parseFailure<RestException>(junk),
+            Kel::format("junk at column %zu deserializing %s", junk.length() - 1, junk.charPtr())
+                .str());
+}
+
+// ---------------------------------------------------------- BoundedString255
+
+TEST(BoundedString255Text, At255BytesAcceptedAt256Refused) {
+  const std::string refused = "BoundedString255::bytes > 255 not allowed";
+  const String8 s255(std::string(255, 'a'));
+  const String8 s256(std::string(256, 'b'));
+
+  EXPECT_EQ(BoundedString255(s255).value(), s255);
+  EXPECT_EQ(rangeMessage([&] { BoundedString255 b(s256); }), refused);
+  EXPECT_EQ(rangeMessage([&] { BoundedString255 b(s256.charPtr()); }), refused);
+
+  BoundedString255 b("kept");
+  b = s255;
+  EXPECT_EQ(b.value(), s255);
+  b = "kept";
+  EXPECT_EQ(rangeMessage([&] { b = s256; }), refused);
+  EXPECT_EQ(b.value(), "kept");
+
+  EXPECT_EQ(Kel::strepToValue<BoundedString255>(Kel::valueToStrep(s255)).value(), s255);
+  EXPECT_EQ(parseFailure<BoundedString255>(Kel::valueToStrep(s256)), refused);
+  // 255 bytes once the escapes are read, though the text itself is longer.
+  const String8 quotes(std::string(255, '\''));
+  EXPECT_EQ(Kel::strepToValue<BoundedString255>(Kel::valueToStrep(quotes)).value(), quotes);
+}
+
+TEST(BoundedString255Text, StrepIsThatOfTheStringStreamIsTheBytes) {
+  const BoundedString255 b("it's");
+  EXPECT_EQ(valueToStrep(b), Kel::valueToStrep(String8("it's")));
+  EXPECT_EQ(textOf(b), "it's");
+  EXPECT_EQ(Kel::strepToValue<BoundedString255>(valueToStrep(b)), b);
+}
