@@ -7,12 +7,28 @@
 
 namespace Kel {
 
+Entity::KelWalk** Entity::KelWalk::activeWalk() {
+  static thread_local KelWalk* head = nullptr;
+  return &head;
+}
+
+void Entity::KelWalk::forget(const NotifieeConst* n) {
+  for (KelWalk* w = *activeWalk(); w; w = w->outer_)
+    for (size_t i = 0; i < w->size_; ++i)
+      if (w->items_[i] == n) w->items_[i] = nullptr;
+}
+
 Entity::NotifieeConst::~NotifieeConst() {
+  KelWalk::forget(this);
   if (notifier_) notifier_->notifiees_.remove(this);
 }
 
 void Entity::NotifieeConst::kelNotifierIs(const Entity* n, unsigned depth) {
-  if (notifier_.ptr() == n) return;
+  if (notifier_.ptr() == n) {
+    // Registered again through a more derived class: it hears more.
+    if (depth > kelDepth_) kelDepth_ = depth;
+    return;
+  }
   if (notifier_) notifier_->notifiees_.remove(this);
   notifier_ = Kel::Ptr<const Entity>(n);
   kelDepth_ = depth;

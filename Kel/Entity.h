@@ -45,11 +45,21 @@ class SnapshotIterator {
     if (l.empty()) return;
     const auto& v = l.items();
     n_ = v.size();
-    p_ = n_ <= kInline ? inline_ : (heap_.assign(v.begin(), v.end()), heap_.data());
-    if (n_ <= kInline) std::copy(v.begin(), v.end(), inline_);
+    if (n_ <= kInline) {
+      std::copy(v.begin(), v.end(), inline_);
+    } else {
+      heap_.assign(v.begin(), v.end());
+      p_ = heap_.data();
+    }
   }
+  SnapshotIterator(const SnapshotIterator&) = delete;
+  SnapshotIterator& operator=(const SnapshotIterator&) = delete;
+
   const T* begin() const { return p_; }
   const T* end() const { return p_ + n_; }
+  T* begin() { return p_; }
+  T* end() { return p_ + n_; }
+  size_t size() const { return n_; }
 
  private:
   static constexpr size_t kInline = 8;
@@ -77,6 +87,14 @@ class Entity : public VFPtrInterface {
 
   class NotifieeConst : public PtrInterface::NotifieeConst {
    public:
+    // A copy listens to the same entity as its original.
+    NotifieeConst(const NotifieeConst& o) : PtrInterface::NotifieeConst(o) {
+      kelNotifierIs(o.kelNotifier(), o.kelDepth_);
+    }
+    NotifieeConst& operator=(const NotifieeConst& o) {
+      if (this != &o) kelNotifierIs(o.kelNotifier(), o.kelDepth_);
+      return *this;
+    }
     ~NotifieeConst() override;
     virtual void onParent() {}
     Kel::Ptr<const Entity> notifier() const { return notifier_; }
@@ -124,20 +142,43 @@ class Entity : public VFPtrInterface {
   // No reinstantiation check for entities built from a name alone.
   void kelCheckReinstantiation() const {}
 
+  // A walk over a snapshot of listeners in progress on this thread. A
+  // listener destroyed while walks are under way is blanked out of them.
+  class KelWalk {
+   public:
+    explicit KelWalk(SnapshotIterator<NotifieeConst*>& s)
+        : items_(s.begin()), size_(s.size()), head_(activeWalk()), outer_(*head_) {
+      *head_ = this;
+    }
+    ~KelWalk() { *head_ = outer_; }
+    KelWalk(const KelWalk&) = delete;
+    KelWalk& operator=(const KelWalk&) = delete;
+    static void forget(const NotifieeConst* n);
+
+   private:
+    static KelWalk** activeWalk();
+    NotifieeConst** items_;
+    size_t size_;
+    KelWalk** head_;
+    KelWalk* outer_;
+  };
+
   // Calls f on every listener registered at a class depth of at least
-  // `depth`, over a snapshot of the list.
+  // `depth`, over a snapshot of the list: listeners that come or go during
+  // the walk do not change it, except that one destroyed is not called.
   template <class N, class F>
   void kelNotify(AttributeId id, unsigned depth, F&& f) const {
     if (notifiees_.empty() || kelMarkedForDeletion()) return;
     SnapshotIterator<NotifieeConst*> snapshot(notifiees_);
-    for (NotifieeConst* n : snapshot) {
-      if (n->kelDepth_ < depth) continue;
+    KelWalk walk(snapshot);
+    for (NotifieeConst*& slot : snapshot) {
+      if (!slot || slot->kelDepth_ < depth) continue;
       try {
         Expect expect(0);
-        f(static_cast<N*>(n));
+        f(static_cast<N*>(slot));
       } catch (...) {
         try {
-          n->onNotificationException(id);
+          if (slot) slot->onNotificationException(id);
         } catch (...) {
         }
       }

@@ -1,7 +1,10 @@
 // Keyed collection with a power-of-two bucket array. The bucket of a key is
-// the top bits of its bit-reversed hash. Iterators register with the map and
-// keep a bookmark: deleting the element under an iterator moves it to the
-// element that follows, so a walk may delete as it goes.
+// the top bits of its bit-reversed hash, and each chain is kept in order of
+// the bit-reversed hash, so that the whole map is one sequence whose order
+// does not depend on the number of buckets: a walk goes on unharmed while the
+// map grows or shrinks under it. Iterators register with the map and keep a
+// bookmark: deleting the element under an iterator moves it to the element
+// that follows, so a walk may delete as it goes.
 #pragma once
 #include <cstddef>
 #include <cstdint>
@@ -38,9 +41,9 @@ class BaseCollection {
 template <class V, class K>
 class HashMap : public BaseCollection {
   struct Node : KelMemPool {
-    Node(uint32_t h, const K& k, V v) : hash(h), key(k), value(std::move(v)) {}
+    Node(uint32_t r, const K& k, V v) : rev(r), key(k), value(std::move(v)) {}
     Node* next = nullptr;
-    uint32_t hash;
+    uint32_t rev;  // the bit-reversed hash: the order of the map
     K key;
     V value;
   };
@@ -121,8 +124,7 @@ class HashMap : public BaseCollection {
 
   HashMap() = default;
   ~HashMap() {
-    clear();
-    std::free(buckets_);
+    do clear(); while (buckets_);  // a value's destructor may have added again
     for (IterLink* l = iters_; l;) { IterLink* n = l->next; l->detachMap(l->self); l->prev = l->next = nullptr; l = n; }
   }
 
@@ -131,9 +133,9 @@ class HashMap : public BaseCollection {
 
   V* find(const K& k) {
     if (!buckets_) return nullptr;
-    uint32_t h = kelHash(k);
-    for (Node* n = buckets_[bucketOf(h)]; n; n = n->next)
-      if (n->hash == h && n->key == k) return &n->value;
+    uint32_t r = bitReverse(kelHash(k));
+    for (Node* n = buckets_[bucketOf(r)]; n && n->rev <= r; n = n->next)
+      if (n->rev == r && n->key == k) return &n->value;
     return nullptr;
   }
   const V* find(const K& k) const { return const_cast<HashMap*>(this)->find(k); }
@@ -153,10 +155,10 @@ class HashMap : public BaseCollection {
   // Removes the entry and hands its value to *out; false if there was none.
   bool erase(const K& k, V* out = nullptr) {
     if (!buckets_) return false;
-    uint32_t h = kelHash(k);
-    Node** link = &buckets_[bucketOf(h)];
-    for (Node* n = *link; n; link = &n->next, n = n->next) {
-      if (n->hash != h || !(n->key == k)) continue;
+    uint32_t r = bitReverse(kelHash(k));
+    Node** link = &buckets_[bucketOf(r)];
+    for (Node* n = *link; n && n->rev <= r; link = &n->next, n = n->next) {
+      if (n->rev != r || !(n->key == k)) continue;
       if (iters_) {
         Node* s = after(n);
         for (IterLink* l = iters_; l; l = l->next) l->notify(l->self, n, s);
@@ -171,14 +173,20 @@ class HashMap : public BaseCollection {
     return false;
   }
 
+  // Empties the map and gives its buckets back. The map is empty before the
+  // first value is destroyed, so a value's destructor may use it again.
   void clear() {
     if (!buckets_) return;
     for (IterLink* l = iters_; l; l = l->next) l->reset(l->self);
-    for (uint32_t b = 0; b < bucketCount_; ++b) {
-      for (Node* n = buckets_[b]; n;) { Node* next = n->next; delete n; n = next; }
-      buckets_[b] = nullptr;
-    }
+    Node** ob = buckets_;
+    uint32_t oldCount = bucketCount_;
+    buckets_ = nullptr;
+    bucketCount_ = 0;
+    bits_ = 0;
     size_ = 0;
+    for (uint32_t b = 0; b < oldCount; ++b)
+      for (Node* n = ob[b]; n;) { Node* next = n->next; delete n; n = next; }
+    std::free(ob);
   }
 
   Iterator iterator() { return Iterator(this); }
@@ -201,7 +209,7 @@ class HashMap : public BaseCollection {
     l->prev = l->next = nullptr;
   }
 
-  uint32_t bucketOf(uint32_t h) const { return bits_ == 0 ? 0 : bitReverse(h) >> (32 - bits_); }
+  uint32_t bucketOf(uint32_t rev) const { return bits_ == 0 ? 0 : rev >> (32 - bits_); }
 
   Node* first() const {
     for (uint32_t b = 0; b < bucketCount_; ++b)
@@ -210,29 +218,33 @@ class HashMap : public BaseCollection {
   }
   Node* after(const Node* n) const {
     if (n->next) return n->next;
-    for (uint32_t b = bucketOf(n->hash) + 1; b < bucketCount_; ++b)
+    for (uint32_t b = bucketOf(n->rev) + 1; b < bucketCount_; ++b)
       if (buckets_[b]) return buckets_[b];
     return nullptr;
   }
 
+  // Adds an entry behind those of an equal or lower bit-reversed hash.
   V& add(const K& k, V v) {
-    if (size_ + 1 > bucketCount_) rehash(bits_ + (bucketCount_ == 0 ? 0 : 1), true);
-    uint32_t h = kelHash(k);
-    Node* n = new Node(h, k, std::move(v));
-    Node*& head = buckets_[bucketOf(h)];
-    n->next = head;
-    head = n;
+    if (size_ + 1 > bucketCount_) rehash(bucketCount_ == 0 ? kMinBits : bits_ + 1);
+    uint32_t r = bitReverse(kelHash(k));
+    Node* n = new Node(r, k, std::move(v));
+    Node** link = &buckets_[bucketOf(r)];
+    while (*link && (*link)->rev <= r) link = &(*link)->next;
+    n->next = *link;
+    *link = n;
     ++size_;
     return n->value;
   }
 
   void maybeShrink() {
-    if (iters_ || bits_ <= 3 || size_ * 4 >= bucketCount_) return;
-    rehash(bits_ - 1, false);
+    if (bits_ <= kMinBits || size_ * 4 >= bucketCount_) return;
+    rehash(bits_ - 1);
   }
 
-  void rehash(uint32_t newBits, bool) {
-    if (bucketCount_ == 0) newBits = 3;
+  // Walking the old buckets in order visits the entries in map order, and
+  // their new buckets come in ascending order: appending keeps each chain
+  // sorted.
+  void rehash(uint32_t newBits) {
     uint32_t newCount = 1u << newBits;
     Node** nb = static_cast<Node**>(std::calloc(newCount, sizeof(Node*)));
     if (!nb) throw std::bad_alloc();
@@ -241,17 +253,24 @@ class HashMap : public BaseCollection {
     buckets_ = nb;
     bucketCount_ = newCount;
     bits_ = newBits;
+    Node* last = nullptr;
+    uint32_t lastBucket = 0;
     for (uint32_t b = 0; b < oldCount; ++b) {
       for (Node* n = ob[b]; n;) {
         Node* next = n->next;
-        Node*& head = buckets_[bucketOf(n->hash)];
-        n->next = head;
-        head = n;
+        n->next = nullptr;
+        uint32_t nbucket = bucketOf(n->rev);
+        if (last && nbucket == lastBucket) last->next = n;
+        else buckets_[nbucket] = n;
+        last = n;
+        lastBucket = nbucket;
         n = next;
       }
     }
     std::free(ob);
   }
+
+  static constexpr uint32_t kMinBits = 3;
 
   Node** buckets_ = nullptr;
   uint32_t bucketCount_ = 0;

@@ -1,5 +1,7 @@
 // Queue keyed by a running index. An entry keeps its index for life; the
-// metadata record holds the head index and the next index to hand out.
+// metadata record holds the head index and the next index to hand out. The
+// head follows every change of the queue; an empty queue's head is the next
+// index, which is never reset.
 #pragma once
 #include <map>
 
@@ -27,11 +29,22 @@ class LinkQueue : public BaseCollection {
       if (!done_) index_ = i->first;
     }
     explicit operator bool() const { return !done_ && tree_->lower_bound(index_) != tree_->end(); }
-    Index index() const { return index_; }
+    // The entry under the iterator: the one it stands on or, once that one
+    // is removed, the one that follows it.
+    Index index() const {
+      auto i = tree_->lower_bound(index_);
+      return i == tree_->end() ? index_ : i->first;
+    }
     const V& value() const { return tree_->lower_bound(index_)->second; }
     const V& operator*() const { return value(); }
+    bool hasBookmark() const {
+      auto i = tree_->lower_bound(index_);
+      return !done_ && i != tree_->end() && i->first != index_;
+    }
     IteratorConst& operator++() {
-      auto i = tree_->upper_bound(index_);
+      if (done_) return *this;
+      auto i = tree_->lower_bound(index_);
+      if (i != tree_->end() && i->first == index_) ++i;  // still there: step past it
       done_ = (i == tree_->end());
       if (!done_) index_ = i->first;
       return *this;
@@ -49,9 +62,22 @@ class LinkQueue : public BaseCollection {
     auto it = tree_.find(i);
     return it == tree_.end() ? nullptr : &it->second;
   }
-  V& set(Index i, V v) { return tree_[i] = std::move(v); }
-  bool erase(Index i) { return tree_.erase(i) > 0; }
-  void clear() { tree_.clear(); }
+  V& set(Index i, V v) {
+    V& e = tree_[i] = std::move(v);
+    syncHead();
+    return e;
+  }
+  bool erase(Index i) {
+    if (tree_.erase(i) == 0) return false;
+    syncHead();
+    return true;
+  }
+  void clear() {
+    tree_.clear();
+    syncHead();
+  }
+  // The index of the head entry; the next index when the queue is empty.
+  Index headIndex() const { return tree_.empty() ? meta_.next : tree_.begin()->first; }
 
   // The new index is the saved next index, or the tail's plus one if larger.
   Index enq(V v) {
@@ -59,7 +85,7 @@ class LinkQueue : public BaseCollection {
     if (!tree_.empty() && tree_.rbegin()->first + 1 > i) i = tree_.rbegin()->first + 1;
     tree_.emplace(i, std::move(v));
     meta_.next = i + 1;
-    meta_.head = tree_.begin()->first;
+    syncHead();
     return i;
   }
   // The head entry's value, removed; the empty value if the queue is empty.
@@ -68,7 +94,7 @@ class LinkQueue : public BaseCollection {
     auto i = tree_.begin();
     V v = std::move(i->second);
     tree_.erase(i);
-    meta_.head = tree_.empty() ? meta_.next : tree_.begin()->first;
+    syncHead();
     return v;
   }
   const QueueMetadata& metadata() const { return meta_; }
@@ -77,6 +103,8 @@ class LinkQueue : public BaseCollection {
   IteratorConst iterator() const { return IteratorConst(&tree_); }
 
  private:
+  void syncHead() { meta_.head = headIndex(); }
+
   Tree tree_;
   QueueMetadata meta_;
 };

@@ -1,6 +1,7 @@
 #include "Kel/Lock.h"
 
 #include <cerrno>
+#include <exception>
 
 #include "Kel/Exception.h"
 
@@ -16,7 +17,8 @@ Lock::Lock() {
 
 Lock::~Lock() { pthread_mutex_destroy(&mutex_); }
 
-LockAnchor::LockAnchor(Lock* lock, unsigned flags) : lock_(lock) {
+LockAnchor::LockAnchor(Lock* lock, unsigned flags)
+    : lock_(lock), uncaught_(std::uncaught_exceptions()) {
   int rc = pthread_mutex_lock(lock_->mutex());
   if (rc == 0) {
     took_ = true;
@@ -36,7 +38,8 @@ LockAnchor::~LockAnchor() noexcept(false) {
   lock_->releasableIs(saved_);
   if (!took_) return;
   int rc = pthread_mutex_unlock(lock_->mutex());
-  if (rc != 0) throw ErrnoException(rc, "Failed to release the lock");
+  if (rc != 0 && std::uncaught_exceptions() == uncaught_)
+    throw ErrnoException(rc, "Failed to release the lock");
 }
 
 Lock* ActivityLockAnchor::lock() {
@@ -44,7 +47,7 @@ Lock* ActivityLockAnchor::lock() {
   return activity;
 }
 
-UnlockAnchor::UnlockAnchor(Lock* lock) : lock_(lock) {
+UnlockAnchor::UnlockAnchor(Lock* lock) : lock_(lock), uncaught_(std::uncaught_exceptions()) {
   if (lock_->releasable() == 0)
     throw InternalException("Lock Protocol exception -- unlocking an unreleasable lock");
   int rc = pthread_mutex_unlock(lock_->mutex());
@@ -53,8 +56,9 @@ UnlockAnchor::UnlockAnchor(Lock* lock) : lock_(lock) {
 
 UnlockAnchor::~UnlockAnchor() noexcept(false) {
   int rc = pthread_mutex_lock(lock_->mutex());
+  if (rc == 0 || std::uncaught_exceptions() != uncaught_) return;
   if (rc == EDEADLK) throw InternalException("Lock was already grabbed in UnlockAnchor destructor!");
-  if (rc != 0) throw ErrnoException(rc, "Failed to grab lock");
+  throw ErrnoException(rc, "Failed to grab lock");
 }
 
 }  // namespace Kel

@@ -1,6 +1,8 @@
 // The activity lock and its anchors. One error-checking mutex guards every
 // entity and every request queue; a relock by the holder is tolerated by the
-// anchors, which then leave the unlock to the outer holder.
+// anchors, which then leave the unlock to the outer holder. An anchor whose
+// scope is left by an exception does its work all the same but raises
+// nothing of its own, so that the first failure is the one that travels.
 #pragma once
 #include <pthread.h>
 
@@ -39,6 +41,7 @@ class LockAnchor {
   Lock* lock_;
   bool took_ = false;
   unsigned char saved_ = 0;
+  int uncaught_;
 };
 
 // Takes the process-wide activity lock.
@@ -58,6 +61,7 @@ class UnlockAnchor {
 
  private:
   Lock* lock_;
+  int uncaught_;
 };
 
 class ActivityUnlockAnchor : public UnlockAnchor {

@@ -1,6 +1,7 @@
 #include "Kel/Log.h"
 
 #include <iostream>
+#include <memory>
 #include <string>
 
 namespace Kel {
@@ -14,15 +15,17 @@ std::mutex& sinkMutex() {
   static std::mutex* m = new std::mutex();
   return *m;
 }
-LogSink& sink() {
-  static LogSink* s = new LogSink();
+// The installed sink, shared with the lines being written through it.
+std::shared_ptr<const LogSink>& sink() {
+  static auto* s = new std::shared_ptr<const LogSink>();
   return *s;
 }
 }  // namespace
 
 void logSinkIs(LogSink s) {
+  auto installed = s ? std::make_shared<const LogSink>(std::move(s)) : nullptr;
   std::lock_guard<std::mutex> g(sinkMutex());
-  sink() = std::move(s);
+  sink() = std::move(installed);
 }
 
 LogHandle::LogHandle(String8 id, LogSeverity severity, String8 format, String8 explanation,
@@ -63,11 +66,17 @@ String8 LogHandle::text(const String8* strings, unsigned count) const {
 
 void LogHandle::log(uint32_t, const String8* strings, unsigned count) const {
   String8 line = text(strings, count);
-  std::lock_guard<std::mutex> g(sinkMutex());
-  if (sink()) {
-    sink()(*this, line);
+  std::shared_ptr<const LogSink> s;
+  {
+    std::lock_guard<std::mutex> g(sinkMutex());
+    s = sink();
+  }
+  // Called without the mutex: a sink may log in its turn.
+  if (s) {
+    (*s)(*this, line);
     return;
   }
+  std::lock_guard<std::mutex> g(sinkMutex());
   std::cerr << id_ << ": " << line << std::endl;
 }
 

@@ -6,26 +6,38 @@
 
 namespace Kel {
 
+void PtrInterface::flagIs(uint32_t liveBit, uint32_t parkedBit, bool b) {
+  uint32_t w = word_.load(std::memory_order_relaxed);
+  uint32_t n;
+  do {
+    uint32_t bit = nondestructing(w) ? parkedBit : liveBit;
+    n = b ? (w | bit) : (w & ~bit);
+  } while (n != w && !word_.compare_exchange_weak(w, n, std::memory_order_relaxed));
+}
+
 void PtrInterface::hasNotificationActiveIs(bool b) {
-  if (b) word_.fetch_or(notificationActiveBit, std::memory_order_relaxed);
-  else word_.fetch_and(~notificationActiveBit, std::memory_order_relaxed);
+  flagIs(notificationActiveBit, parkedNotificationActiveBit, b);
 }
 
 void PtrInterface::isNondestructingIs(bool b) {
-  if (b == isNondestructing()) return;
   uint32_t w = word_.load(std::memory_order_relaxed);
-  if (b) {
-    // Keep the count in the low 24 bits so that it can be restored.
-    word_.store((nondestructingByte << 24) | (w & 0x00ffffffu), std::memory_order_relaxed);
-  } else {
-    word_.store(w & 0x00ffffffu, std::memory_order_relaxed);
-  }
+  uint32_t n;
+  do {
+    if (b == nondestructing(w)) return;
+    if (b) {
+      n = (nondestructingByte << 24) | (w & parkedCountMask) |
+          ((w & notificationActiveBit) ? parkedNotificationActiveBit : 0) |
+          ((w & markedForDeletionBit) ? parkedMarkedForDeletionBit : 0);
+    } else {
+      n = (w & parkedCountMask) |
+          ((w & parkedNotificationActiveBit) ? notificationActiveBit : 0) |
+          ((w & parkedMarkedForDeletionBit) ? markedForDeletionBit : 0);
+    }
+  } while (!word_.compare_exchange_weak(w, n, std::memory_order_relaxed));
 }
 
 void PtrInterface::kelMarkedForDeletionIs(bool b) {
-  if (isNondestructing()) return;
-  if (b) word_.fetch_or(markedForDeletionBit, std::memory_order_relaxed);
-  else word_.fetch_and(~markedForDeletionBit, std::memory_order_relaxed);
+  flagIs(markedForDeletionBit, parkedMarkedForDeletionBit, b);
 }
 
 // The pool: free lists of 16-byte size classes up to 512 bytes; larger

@@ -4,7 +4,9 @@
 // reference count, bit 29 the hasNotificationActive flag, bit 31 the
 // kelMarkedForDeletion flag. A word whose top byte is 0x1f marks a
 // non-destructing object: references leave it alone and it is never deleted
-// through its count.
+// through its count. While an object is non-destructing its count stays in
+// bits 0-21 and its two flags are parked in bits 22 and 23, so that turning
+// it back into an ordinary object restores count and flags exactly.
 #pragma once
 #include <atomic>
 #include <cstddef>
@@ -23,6 +25,9 @@ class PtrInterface {
   static constexpr uint32_t zeroTestMask = 0x5fffffffu;  // count plus bit 30
   static constexpr uint32_t markedForDeletionBit = 1u << 31;
   static constexpr uint32_t nondestructingByte = 0x1fu;
+  static constexpr uint32_t parkedCountMask = 0x003fffffu;
+  static constexpr uint32_t parkedNotificationActiveBit = 1u << 22;
+  static constexpr uint32_t parkedMarkedForDeletionBit = 1u << 23;
   static constexpr unsigned kelDepth = 0;
   class NotifieeConst;  // defined with Entity
 
@@ -40,16 +45,20 @@ class PtrInterface {
     if ((w & zeroTestMask) == 0) const_cast<PtrInterface*>(this)->handleZeroRef();
   }
   uint32_t references() const {
-    uint32_t w = word_.load(std::memory_order_relaxed);
-    return (w >> 24) == nondestructingByte ? (w & 0x00ffffffu) : (w & countMask);
+    uint32_t w = word();
+    return nondestructing(w) ? (w & parkedCountMask) : (w & countMask);
   }
   uint32_t word() const { return word_.load(std::memory_order_relaxed); }
 
-  bool isNondestructing() const {
-    return (word_.load(std::memory_order_relaxed) >> 24) == nondestructingByte;
+  bool isNondestructing() const { return nondestructing(word()); }
+  bool hasNotificationActive() const {
+    uint32_t w = word();
+    return w & (nondestructing(w) ? parkedNotificationActiveBit : notificationActiveBit);
   }
-  bool hasNotificationActive() const { return word() & notificationActiveBit; }
-  bool kelMarkedForDeletion() const { return word() & markedForDeletionBit; }
+  bool kelMarkedForDeletion() const {
+    uint32_t w = word();
+    return w & (nondestructing(w) ? parkedMarkedForDeletionBit : markedForDeletionBit);
+  }
 
   virtual void hasNotificationActiveIs(bool b);
   virtual unsigned kelAuditErrors(unsigned) const { return 0; }
@@ -67,6 +76,10 @@ class PtrInterface {
   void kelMarkedForDeletionIs(bool b);
 
  private:
+  static bool nondestructing(uint32_t w) { return (w >> 24) == nondestructingByte; }
+  // Sets or clears a flag in its live or parked place.
+  void flagIs(uint32_t liveBit, uint32_t parkedBit, bool b);
+
   mutable std::atomic<uint32_t> word_;
 };
 

@@ -14,29 +14,36 @@ class RbTreeMap : public BaseCollection {
  public:
   class IteratorConst {
    public:
-    explicit IteratorConst(const Tree* t) : tree_(t), it_(t->begin()) {
-      if (it_ != tree_->end()) key_ = it_->first;
+    explicit IteratorConst(const Tree* t) : tree_(t) {
+      auto i = t->begin();
+      done_ = (i == t->end());
+      if (!done_) key_ = i->first;
     }
-    explicit operator bool() const { return valid(); }
-    const K& key() const { return key_; }
+    explicit operator bool() const { return !done_ && resolve() != tree_->end(); }
+    // The element under the iterator: the one it stands on or, once that one
+    // is removed, the one that follows it.
+    const K& key() const {
+      auto i = resolve();
+      return i == tree_->end() ? key_ : i->first;
+    }
     const V& value() const { return resolve()->second; }
     const V& operator*() const { return value(); }
-    bool hasBookmark() const { return valid() && resolve()->first != key_; }
+    bool hasBookmark() const {
+      auto i = resolve();
+      return !done_ && i != tree_->end() && tree_->key_comp()(key_, i->first);
+    }
     IteratorConst& operator++() {
-      auto i = tree_->lower_bound(key_);
-      if (i != tree_->end() && i->first == key_) ++i;  // still there: step past it
+      if (done_) return *this;
+      auto i = resolve();
+      if (i != tree_->end() && !tree_->key_comp()(key_, i->first)) ++i;  // still there: step past it
       done_ = (i == tree_->end());
       if (!done_) key_ = i->first;
       return *this;
     }
 
    private:
-    bool valid() const {
-      return !done_ && it_ != tree_->end() && tree_->lower_bound(key_) != tree_->end();
-    }
     typename Tree::const_iterator resolve() const { return tree_->lower_bound(key_); }
     const Tree* tree_;
-    typename Tree::const_iterator it_;
     K key_;
     bool done_ = false;
   };

@@ -28,6 +28,30 @@
 
 #define KEL_NOTHING(...)
 
+namespace Kel {
+
+// The map of a keyed attribute of entities. The owner is the parent of its
+// entities; those that outlive the owner are left without a parent.
+template <class Child>
+class EntityMap : public HashMap<Ptr<Child>, Name> {
+ public:
+  EntityMap() = default;
+  ~EntityMap() {
+    if (!owner_) return;
+    for (auto i = this->iterator(); i; ++i) {
+      Child* c = (*i).ptr();
+      if (c && c->parent() == owner_) c->parentIs(nullptr);
+    }
+  }
+  void ownerIs(Entity* owner) { owner_ = owner; }
+  Entity* owner() const { return owner_; }
+
+ private:
+  Entity* owner_ = nullptr;
+};
+
+}  // namespace Kel
+
 // Attribute ids, in declaration order.
 #define KEL_ID_ONE(x, ...) x##AttrId,
 #define KEL_IDS(LIST) LIST(KEL_ID_ONE, KEL_ID_ONE, KEL_ID_ONE, KEL_ID_ONE, KEL_ID_ONE)
@@ -86,11 +110,13 @@
     KEL_NOTIFY(x, X, k);                                              \
   }                                                                   \
   void new##X(const Key& k, const Value& v) {                         \
-    x##_.set(k, v);                                                   \
-    KEL_NOTIFY(x, X, k);                                              \
+    const Key kelKey(k); /* k may be the key of the entry replaced */ \
+    x##_.set(kelKey, v);                                              \
+    KEL_NOTIFY(x, X, kelKey);                                         \
   }                                                                   \
   void x##Del(const Key& k) {                                         \
-    if (x##_.erase(k)) KEL_NOTIFY(x, X, k);                           \
+    const Key kelKey(k); /* k may be the key of the entry removed */  \
+    if (x##_.erase(kelKey)) KEL_NOTIFY(x, X, kelKey);                 \
   }                                                                   \
   void x##DelAll() {                                                  \
     std::vector<Key> keys;                                            \
@@ -105,7 +131,7 @@
 
 #define KEL_ENTITIES(x, X, Child)                                                \
  public:                                                                         \
-  using X##Map = ::Kel::HashMap<::Kel::Ptr<Child>, ::Kel::Name>;                 \
+  using X##Map = ::Kel::EntityMap<Child>;                                        \
   using X##Iterator = typename X##Map::Iterator;                                 \
   using X##IteratorConst = typename X##Map::IteratorConst;                       \
   ::Kel::Ptr<Child> x(const ::Kel::Name& k) const {                              \
@@ -123,20 +149,23 @@
   }                                                                              \
   template <class... A>                                                          \
   ::Kel::Ptr<Child> new##X(const ::Kel::Name& k, A&&... a) {                     \
-    ::Kel::Ptr<Child> c = Child::kelCreate(k, std::forward<A>(a)...);            \
+    const ::Kel::Name kelKey(k); /* k may be the key of the entry replaced */    \
+    ::Kel::Ptr<Child> c = Child::kelCreate(kelKey, std::forward<A>(a)...);       \
     c->parentIs(this);                                                           \
     c->parentAttrIdIs(x##AttrId);                                                \
+    x##_.ownerIs(this);                                                          \
     ::Kel::Ptr<Child> old;                                                       \
-    if (x##_.erase(k, &old)) old->parentIs(nullptr);                             \
-    x##_.set(k, c);                                                              \
-    KEL_NOTIFY(x, X, k);                                                         \
+    if (x##_.erase(kelKey, &old)) old->parentIs(nullptr);                        \
+    x##_.set(kelKey, c);                                                         \
+    KEL_NOTIFY(x, X, kelKey);                                                    \
     return c;                                                                    \
   }                                                                              \
   ::Kel::Ptr<Child> x##Del(const ::Kel::Name& k) {                               \
+    const ::Kel::Name kelKey(k); /* k may be the key of the entry removed */     \
     ::Kel::Ptr<Child> old;                                                       \
-    if (!x##_.erase(k, &old)) return old;                                        \
+    if (!x##_.erase(kelKey, &old)) return old;                                   \
     old->parentIs(nullptr);                                                      \
-    KEL_NOTIFY(x, X, k);                                                         \
+    KEL_NOTIFY(x, X, kelKey);                                                    \
     return old;                                                                  \
   }                                                                              \
   void x##DelAll() {                                                             \
@@ -173,7 +202,7 @@
   }                                                                     \
   Value x##Deq() {                                                      \
     if (x##_.empty()) return Value();                                   \
-    unsigned i = x##_.metadata().head;                                  \
+    unsigned i = x##_.headIndex();                                      \
     Value v = x##_.deq();                                               \
     KEL_NOTIFY(x, X, i);                                                \
     return v;                                                           \

@@ -2,9 +2,11 @@
 // counted buffer; copies share the buffer, equality is by content.
 #pragma once
 #include <atomic>
+#include <cstddef>
 #include <cstdint>
 #include <cstring>
 #include <iosfwd>
+#include <iterator>
 #include <string>
 
 namespace Kel {
@@ -33,11 +35,18 @@ class String8 {
  public:
   using Data = StringN<unsigned char>::Data;
 
+  // A forward iterator over the bytes, usable with the standard algorithms.
   class IteratorConst {
    public:
+    using iterator_category = std::forward_iterator_tag;
+    using value_type = char;
+    using difference_type = std::ptrdiff_t;
+    using pointer = const char*;
+    using reference = const char&;
+
     IteratorConst() = default;
     explicit IteratorConst(const char* p) : p_(p) {}
-    char operator*() const { return *p_; }
+    const char& operator*() const { return *p_; }
     IteratorConst& operator++() { ++p_; return *this; }
     IteratorConst operator++(int) { IteratorConst t = *this; ++p_; return t; }
     bool operator==(const IteratorConst& o) const { return p_ == o.p_; }
@@ -87,7 +96,10 @@ class String8 {
     return *d_ == *o.d_;
   }
   bool operator!=(const String8& o) const { return !(*this == o); }
-  bool operator==(const char* s) const { return *this == String8(s); }
+  bool operator==(const char* s) const {
+    size_t n = s ? std::strlen(s) : 0;
+    return n == length() && std::memcmp(charPtr(), s, n) == 0;
+  }
   bool operator!=(const char* s) const { return !(*this == s); }
   bool operator<(const String8& o) const {
     if (!d_ || !o.d_) return length() < o.length();

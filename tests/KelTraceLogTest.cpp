@@ -1,0 +1,117 @@
+// Developer traces and operator log messages: when a trace is taken and
+// where it goes, how a log handle's text is built and where it ends up.
+#include <gtest/gtest.h>
+
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "Kel/Log.h"
+#include "Kel/Trace.h"
+
+namespace {
+
+using testing::internal::CaptureStderr;
+using testing::internal::GetCapturedStderr;
+
+int evaluations = 0;
+int counted() { return ++evaluations; }
+
+TEST(Trace, OffUnlessEnabledOnWithTheCoverageStream) {
+  Kel::TraceHandle& h = Harbec::traceHandle();
+  EXPECT_EQ(h.name(), "Harbec");
+  EXPECT_FALSE(h.enabled());
+  CaptureStderr();
+  HARBEC_TRACE(0, "never " << counted());
+  EXPECT_EQ(GetCapturedStderr(), "");
+  EXPECT_EQ(evaluations, 0);  // the text is not even built
+
+  h.levelIs(5, true);
+  CaptureStderr();
+  HARBEC_TRACE(5, "disabled handle");  // a level flag alone is not enough
+  EXPECT_EQ(GetCapturedStderr(), "");
+  h.enabledIs(true);
+  CaptureStderr();
+  HARBEC_TRACE(5, "third " << 1.0 / 3);
+  HARBEC_TRACE(6, "level six is off");
+  std::string out = GetCapturedStderr();
+  EXPECT_NE(out.find("Harbec"), std::string::npos) << out;
+  EXPECT_NE(out.find("<unknown>"), std::string::npos) << out;
+  EXPECT_NE(out.find("third 0.333333333333"), std::string::npos) << out;
+  EXPECT_EQ(out.find("0.3333333333333"), std::string::npos) << out;
+  EXPECT_EQ(out.find("level six"), std::string::npos) << out;
+  h.levelsUpTo(-1);
+
+  std::ostringstream coverage;
+  Kel::coverageStream_ = &coverage;
+  CaptureStderr();
+  HARBEC_TRACE(9, "covered " << counted());
+  HARBEC_TRACE_ENTRY();
+  EXPECT_EQ(GetCapturedStderr(), "");
+  Kel::coverageStream_ = nullptr;
+  EXPECT_NE(coverage.str().find("covered 1"), std::string::npos) << coverage.str();
+  EXPECT_NE(coverage.str().find("TestBody"), std::string::npos) << coverage.str();
+}
+
+struct Line {
+  std::string id, text;
+};
+
+class LogTest : public testing::Test {
+ protected:
+  void SetUp() override {
+    Kel::logSinkIs([this](const Kel::LogHandle& h, const Kel::String8& text) {
+      lines.push_back({h.id().str(), text.str()});
+    });
+  }
+  void TearDown() override { Kel::logSinkIs(Kel::LogSink()); }
+  std::vector<Line> lines;
+};
+
+const Kel::LogHandle moved("TEST_VM_MOVED", Kel::logInformational, "VM %s moved from %s to %s.",
+                           "A VM moved.", Kel::NoActionRequired, 0.0, 1.0, 0);
+const Kel::LogHandle lost("TEST_LOST", Kel::logError, "Connection lost.", "Lost.",
+                          Kel::CallSupportIfPersists, 0.0, 1.0, 0);
+
+TEST_F(LogTest, ArgumentsFillTheFormatInOrder) {
+  Kel::log(moved, "vm-1", Kel::String8("host-1"), std::string("host-2"));
+  Kel::log(moved, "vm-2");  // missing ones stay empty
+  Kel::log(moved, "a", "b", "c", "surplus");
+  Kel::log(lost);
+  ASSERT_EQ(lines.size(), 4u);
+  EXPECT_EQ(lines[0].id, "TEST_VM_MOVED");
+  EXPECT_EQ(lines[0].text, "VM vm-1 moved from host-1 to host-2.");
+  EXPECT_EQ(lines[1].text, "VM vm-2 moved from  to .");
+  EXPECT_EQ(lines[2].text, "VM a moved from b to c.");
+  EXPECT_EQ(lines[3].text, "Connection lost.");
+}
+
+TEST_F(LogTest, RateLimitCountsPerDistinctText) {
+  const Kel::LogHandle limited("TEST_LIMITED", Kel::logWarning, "Port %s: %s", "", "", 3600.0, 2.0, 1);
+  for (int i = 0; i < 5; ++i) Kel::log(limited, "p1", std::to_string(i));
+  Kel::log(limited, "p2", "x");
+  ASSERT_EQ(lines.size(), 3u);
+  EXPECT_EQ(lines[0].text, "Port p1: 0");
+  EXPECT_EQ(lines[1].text, "Port p1: 1");
+  EXPECT_EQ(lines[2].text, "Port p2: x");
+}
+
+TEST_F(LogTest, SinkMayLogItselfAndStderrIsTheDefault) {
+  Kel::logSinkIs([this](const Kel::LogHandle& h, const Kel::String8& text) {
+    lines.push_back({h.id().str(), text.str()});
+    if (&h == &moved) Kel::log(lost);
+  });
+  Kel::log(moved, "a", "b", "c");
+  ASSERT_EQ(lines.size(), 2u);
+  EXPECT_EQ(lines[1].id, "TEST_LOST");
+
+  Kel::logSinkIs(Kel::LogSink());
+  CaptureStderr();
+  Kel::log(moved, "vm-9", "h1", "h2");
+  std::string err = GetCapturedStderr();
+  EXPECT_NE(err.find("TEST_VM_MOVED"), std::string::npos) << err;
+  EXPECT_NE(err.find("VM vm-9 moved from h1 to h2."), std::string::npos) << err;
+  EXPECT_EQ(lines.size(), 2u);
+}
+
+}  // namespace
