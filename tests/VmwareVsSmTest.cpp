@@ -1,0 +1,508 @@
+// The vShield session against the vShield Manager stand-in, over real
+// sockets on 127.0.0.1: session state and its log, RestStatus, the failure
+// table, batches through a RestThread, the assertions, and the
+// reconciliation of each record kind into the VS tree, with every write
+// that a reactor of the host agent would hear.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <chrono>
+#include <functional>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <set>
+#include <sstream>
+#include <thread>
+#include <utility>
+
+#include "Kel/Lock.h"
+#include "Kel/Log.h"
+#include "Kel/Trace.h"
+#include "VsmStub.h"
+#include "vshield/VmwareVsSm.h"
+
+using namespace Harbec;
+using Lines = std::vector<std::string>;
+
+namespace {
+
+// Operator log lines as "HANDLE: text".
+class LogCapture {
+ public:
+  LogCapture() {
+    Kel::logSinkIs([this](const Kel::LogHandle& h, const Kel::String8& text) {
+      std::lock_guard<std::mutex> g(mutex_);
+      lines_.push_back(h.id().str() + ": " + text.str());
+    });
+  }
+  ~LogCapture() { Kel::logSinkIs(nullptr); }
+  Lines take() {
+    std::lock_guard<std::mutex> g(mutex_);
+    return std::exchange(lines_, {});
+  }
+
+ private:
+  std::mutex mutex_;
+  Lines lines_;
+};
+
+// Writes heard on the VS tree: "+key" and "-key" for members coming and
+// going, "key.attribute" for each attribute of a member.
+using Writes = std::vector<std::string>;
+
+template <class N>
+struct RecordListener : N {
+  Writes* w = nullptr;
+  std::string key;
+  void hit(const std::string& attr) { w->push_back(key + "." + attr); }
+  void onDisplayName() override { hit("displayName"); }
+  void onDescription() override { hit("description"); }
+  void onRevision() override { hit("revision"); }
+};
+struct SegmentListener : RecordListener<VxlanSegment::Notifiee> {
+  void onVni() override { hit("vni"); }
+  void onMulticastIpAddr() override { hit("multicastIpAddr"); }
+  void onNetworkScope() override { hit("networkScope"); }
+  void onDvsPortGroup(const Kel::String8& k) override { hit("dvsPortGroup:" + k.str()); }
+};
+struct ScopeListener : RecordListener<NetworkScope::Notifiee> {
+  void onCluster(const Kel::String8& k) override { hit("cluster:" + k.str()); }
+};
+struct ClusterListener : RecordListener<Cluster::Notifiee> {
+  void onDatacenter() override { hit("datacenter"); }
+  void onDvs() override { hit("dvs"); }
+};
+template <class N>
+struct RangeListener : RecordListener<N> {
+  void onBegin() override { this->hit("begin"); }
+  void onEnd() override { this->hit("end"); }
+};
+
+struct TreeListener : VS::Notifiee {
+  Writes w;
+  std::map<std::string, std::unique_ptr<Kel::Entity::NotifieeConst>> members;
+  template <class L, class R>
+  void member(const Kel::Name& k, const Kel::Ptr<R>& record) {
+    w.push_back((record ? "+" : "-") + k.str());
+    members.erase(k.str());
+    if (!record) return;
+    auto l = std::make_unique<L>();
+    l->w = &w;
+    l->key = k.str();
+    l->notifierIs(record);
+    members[k.str()] = std::move(l);
+  }
+  void onVxlanSegment(const Kel::Name& k) override { member<SegmentListener>(k, notifier()->vxlanSegment(k)); }
+  void onNetworkScope(const Kel::Name& k) override { member<ScopeListener>(k, notifier()->networkScope(k)); }
+  void onCluster(const Kel::Name& k) override { member<ClusterListener>(k, notifier()->cluster(k)); }
+  void onVniRange(const Kel::Name& k) override {
+    member<RangeListener<VniRange::Notifiee>>(k, notifier()->vniRange(k));
+  }
+  void onMulticastAddrRange(const Kel::Name& k) override {
+    member<RangeListener<MulticastAddrRange::Notifiee>>(k, notifier()->multicastAddrRange(k));
+  }
+  // The record keys that the writes touched.
+  std::set<std::string> touched() const {
+    std::set<std::string> keys;
+    for (const auto& e : w) keys.insert(e[0] == '+' || e[0] == '-' ? e.substr(1) : e.substr(0, e.find('.')));
+    return keys;
+  }
+};
+
+RestRequest::Ptr get(VsDataType type, const std::string& endpoint) {
+  auto r = restRequestFactory(Kel::Name(endpoint), type, httpGET);
+  r->endPointIs(endpoint);
+  return r;
+}
+
+// The string items of a JSON array `key` (ids only: no escapes).
+std::set<std::string> ids(const std::string& json, const std::string& key) {
+  std::set<std::string> out;
+  size_t p = json.find("\"" + key + "\":[");
+  if (p == std::string::npos) return out;
+  size_t q = json.find('[', p), end = json.find(']', p);
+  while ((q = json.find('"', q + 1)) < end) {
+    size_t e = json.find('"', q + 1);
+    out.insert(json.substr(q + 1, e - q - 1));
+    q = e;
+  }
+  return out;
+}
+
+// A session whose every request goes to the stand-in.
+class VsSession : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    config->urlIs(stub.url);
+    config->usernameIs("admin");
+    config->passwordIs("default");
+    sm = vmwareVsSmFactory(rest, session, config, vs, false);
+    tree.notifierIs(vs);
+  }
+  // Configures the answer at endpoint: `spec` is the rest of the JSON object.
+  std::string serve(const std::string& endpoint, const std::string& spec) {
+    return stub.answer("{\"path\":\"" + endpoint + "\"," + spec + "}");
+  }
+  void fetch(VsDataType type, const std::string& endpoint) { sm->processRestRequest(get(type, endpoint)); }
+  void expectFailure(const std::string& endpoint, long code, const Lines& log) {
+    unsigned failures = rest->failureCount();
+    fetch(vsCluster, endpoint);
+    EXPECT_EQ(rest->failureCount(), failures + 1) << code;
+    EXPECT_EQ(rest->lastFailureReason(), std::to_string(code));
+    EXPECT_EQ(rest->lastFailedMsg(), Kel::String8(endpoint));
+    EXPECT_EQ(rest->lastResponseTime(), 0.0);
+    EXPECT_EQ(rest->lastFailureTime(), rest->lastMsgSentTime());
+    EXPECT_EQ(session->sessionState(), sessionDisconnected);
+    EXPECT_EQ(logs.take(), log) << code;
+  }
+
+  vsmstub::Stub stub;
+  LogCapture logs;
+  RestStatus::Ptr rest = restStatusFactory("rest");
+  SessionStatus::Ptr session = sessionStatusFactory("session");
+  VsConfig::Ptr config = vsConfigFactory("config");
+  VS::Ptr vs = vSFactory("vs");
+  VmwareVsSm::Ptr sm;
+  TreeListener tree;
+};
+
+const char* const kHeartbeat = "api/2.0/global/heartbeat";
+const char* const kConnected = "VMWAREVS_CONNECTION_SUCCESSFUL: Successfully connected to VShield Manager.";
+const char* const kServer = "VMWAREVS_SERVER: Pathline detected an internal error in VShield Manager.";
+
+}  // namespace
+
+TEST_F(VsSession, HeartbeatConnectsAndLogsOncePerEntryIntoConnected) {
+  EXPECT_EQ(session->sessionState(), sessionInit);
+  serve(kHeartbeat, R"("generate":{"kind":"heartbeat"})");
+  serve("api/2.0/vdn/scopes", R"("status":503)");
+  serve("api/2.0/vdn/config/segments", R"("generate":{"kind":"segmentRanges","count":1})");
+
+  fetch(vsHeartBeat, kHeartbeat);
+  EXPECT_EQ(session->sessionState(), sessionConnected);
+  fetch(vsHeartBeat, kHeartbeat);
+  EXPECT_EQ(logs.take(), Lines{kConnected});
+  fetch(vsNetworkScope, "api/2.0/vdn/scopes");
+  EXPECT_EQ(session->sessionState(), sessionDisconnected);
+  // A data request that succeeds doesn't reconnect; only a heartbeat does.
+  fetch(vsVniRange, "api/2.0/vdn/config/segments");
+  EXPECT_EQ(session->sessionState(), sessionDisconnected);
+  fetch(vsHeartBeat, kHeartbeat);
+  EXPECT_EQ(session->sessionState(), sessionConnected);
+  EXPECT_EQ(logs.take(), (Lines{kServer, kConnected}));
+
+  EXPECT_EQ(rest->successCount(), 4u);
+  EXPECT_EQ(rest->failureCount(), 1u);
+  EXPECT_EQ(rest->lastSuccessMsg(), kHeartbeat);
+  EXPECT_EQ(rest->lastSuccessTime(), rest->lastMsgSentTime());
+  EXPECT_GE(rest->lastResponseTime(), 0.0);
+  // Each went as a GET of url + "/" + endpoint with the basic credentials.
+  std::string log = stub.call("GET", "/log");
+  EXPECT_EQ(vsmstub::values(log, "uri"),
+            (Lines{"/api/2.0/global/heartbeat", "/api/2.0/global/heartbeat", "/api/2.0/vdn/scopes",
+                   "/api/2.0/vdn/config/segments", "/api/2.0/global/heartbeat"}));
+  EXPECT_EQ(vsmstub::values(log, "method"), Lines(5, "GET"));
+  EXPECT_EQ(vsmstub::values(log, "user"), Lines(5, "admin"));
+  EXPECT_EQ(vsmstub::values(log, "password"), Lines(5, "default"));
+
+  // No version is needed, but a reply that parses is.
+  serve(kHeartbeat, R"("body":"<vsmGlobalInfo/>")");
+  fetch(vsHeartBeat, kHeartbeat);
+  EXPECT_EQ(session->sessionState(), sessionConnected);
+  serve(kHeartbeat, R"("broken":"html")");
+  fetch(vsHeartBeat, kHeartbeat);
+  EXPECT_EQ(session->sessionState(), sessionDisconnected);
+  EXPECT_EQ(logs.take(), Lines{"VMWAREVS_REST_FAULT: The REST request api/2.0/global/heartbeat failed."});
+}
+
+TEST_F(VsSession, FailuresAreCountedAndLoggedByStatus) {
+  const Lines none;
+  const std::map<int, Lines> table = {
+      {400, {"VMWAREVS_CONNECTION_FAILED: Failed to connect to VShield Manager."}},
+      {500, {kServer}}, {501, {kServer}}, {502, {kServer}}, {503, {kServer}}, {504, {kServer}},
+      {505, none}, {302, none}, {418, none}};
+  for (const auto& [code, log] : table) {
+    std::string endpoint = "fail/" + std::to_string(code);
+    serve(endpoint, "\"status\":" + std::to_string(code) + (code == 302 ? R"(,"redirect":"/elsewhere")" : ""));
+    expectFailure(endpoint, code, log);
+  }
+  // No answer configured: the stand-in's 404, logged with the full address.
+  expectFailure("api/none", 404, {"VMWAREVS_REST_FAULT: The REST request " + stub.url + "/api/none failed."});
+
+  serve("api/ok", R"("body":"<ok/>")");
+  config->passwordIs("wrong");
+  expectFailure("api/ok", 401, {"VMWAREVS_LOGIN_ERROR: Login to VShield Manager failed."});
+  stub.call("PUT", "/auth", R"({"user":"admin","password":"default","forbiddenUser":"ro","forbiddenPassword":"ro"})");
+  config->usernameIs("ro");
+  config->passwordIs("ro");
+  expectFailure("api/ok", 403, {"VMWAREVS_LOGIN_ERROR: Login to VShield Manager failed."});
+  EXPECT_EQ(rest->successCount(), 0u);
+}
+
+TEST_F(VsSession, RefusedConnectionIs400WithoutALog) {
+  config->urlIs("http://127.0.0.1:1");  // nobody listens there
+  expectFailure("api/2.0/vdn/scopes", 400, {});
+}
+
+TEST_F(VsSession, CredentialsAndAddressGoAsTheyStand) {
+  // The user name's colon goes unescaped, so the server splits the pair at it.
+  stub.call("PUT", "/auth", R"({"user":"ad","password":"min:pw"})");
+  config->usernameIs("ad:min");
+  config->passwordIs("pw");
+  config->urlIs(stub.url + "/");
+  serve("///api/x", R"("body":"<ok/>")");
+  fetch(vsHeartBeat, "/api/x");
+  EXPECT_EQ(stub.uris(), Lines{"///api/x"});
+  EXPECT_EQ(rest->successCount(), 1u);
+}
+
+TEST_F(VsSession, UnusableReplyIsARestFaultAndLeavesTheTreeAlone) {
+  const std::string wires = R"("generate":{"kind":"virtualWires","count":3})";
+  serve("api/wires", wires);
+  fetch(vsVxlanSegment, "api/wires");
+  ASSERT_EQ(vs->vxlanSegments(), 3u);
+  tree.w.clear();
+  for (const char* broken : {"truncate", "garbage", "empty", "binary", "mismatch"}) {
+    serve("api/wires", wires + R"(,"broken":")" + broken + "\"");
+    expectFailure("api/wires", 500, {"VMWAREVS_REST_FAULT: The REST request api/wires failed."});
+  }
+  EXPECT_TRUE(tree.w.empty());
+}
+
+TEST_F(VsSession, BodyInSmallChunksReadsAsOneBlock) {
+  const std::string wires = R"("generate":{"kind":"virtualWires","count":40,"portGroups":2})";
+  serve("api/wires", wires + R"(,"chunkSize":7)");
+  fetch(vsVxlanSegment, "api/wires");
+  ASSERT_EQ(vs->vxlanSegments(), 40u);
+  VxlanSegment::Ptr w = vs->vxlanSegment("virtualwire-17");
+  ASSERT_TRUE(w);
+  EXPECT_EQ(w->displayName(), "vw-17");
+  EXPECT_EQ(w->description(), "Generated virtualWire 17");
+  EXPECT_EQ(w->vni(), 5016u);
+  EXPECT_EQ(w->multicastIpAddr().stringValue(), "239.0.0.17");
+  EXPECT_EQ(w->networkScope(), "vdnscope-1");
+  EXPECT_EQ(w->dvsPortGroups(), 2u);
+  EXPECT_TRUE(w->dvsPortGroup("dvportgroup-1032") && w->dvsPortGroup("dvportgroup-1033"));
+  // The same document in one piece changes nothing.
+  tree.w.clear();
+  serve("api/wires", wires);
+  fetch(vsVxlanSegment, "api/wires");
+  EXPECT_TRUE(tree.w.empty());
+}
+
+TEST_F(VsSession, BatchMembersRunOnTheirOwnThroughTheRestThread) {
+  serve("api/a", R"("body":"<segmentRanges/>")");
+  serve("api/c", R"("body":"<multicastRanges/>")");
+  auto inner = batchedRestRequestFactory("inner", vsBatch, httpGET);
+  inner->restRequestIs(get(vsVniRange, "api/a"));
+  inner->restRequestIs(get(vsCluster, "api/b"));  // 404
+  auto outer = batchedRestRequestFactory("outer", vsBatch, httpPOST);
+  outer->endPointIs("api/batch");
+  outer->restRequestIs(inner);
+  outer->restRequestIs(get(vsMulticastAddrRange, "api/c"));
+  auto empty = batchedRestRequestFactory("empty", vsBatch, httpDELETE);
+
+  RestThread::Ptr thread = restThreadFactory(sm);
+  thread->addWebServiceRequest(empty);
+  thread->addWebServiceRequest(outer);
+  auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+  for (;;) {
+    {
+      Kel::ActivityLockAnchor anchor;
+      if (rest->successCount() + rest->failureCount() >= 3) break;
+    }
+    ASSERT_LT(std::chrono::steady_clock::now(), deadline);
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  }
+  {
+    Kel::ActivityLockAnchor anchor;
+    thread = nullptr;  // joins the consumer
+  }
+  EXPECT_EQ(rest->successCount(), 2u);
+  EXPECT_EQ(rest->failureCount(), 1u);
+  EXPECT_EQ(rest->lastFailedMsg(), "api/b");
+  Lines uris = stub.uris();
+  EXPECT_EQ(std::set<std::string>(uris.begin(), uris.end()), (std::set<std::string>{"/api/a", "/api/b", "/api/c"}));
+  EXPECT_EQ(uris.size(), 3u);
+  EXPECT_EQ(logs.take(), Lines{"VMWAREVS_REST_FAULT: The REST request " + stub.url + "/api/b failed."});
+}
+
+TEST_F(VsSession, DiesOnAnythingButGetAndOnAnUnknownDataTypeAfterTheFetch) {
+  auto put = restRequestFactory("put", vsVniRange, httpPUT);
+  put->endPointIs("api/put");
+  EXPECT_DEATH(sm->processRestRequest(put), "Only HTTP GETS supported");
+  serve("api/odd", R"("body":"<ok/>")");
+  EXPECT_DEATH(fetch(unknownVsDataType, "api/odd"), "Unexpected Vshield data type");
+  EXPECT_DEATH(fetch(VsDataType(8), "api/odd"), "Unexpected Vshield data type");
+  EXPECT_EQ(stub.uris(), (Lines{"/api/odd", "/api/odd"}));
+}
+
+// Each record kind: added, left alone when nothing changed, updated when the
+// fresh revision is higher and only then, deleted when missing.
+struct Kind {
+  const char* name;
+  VsDataType type;
+  const char* generator;
+  const char* changeField;
+  std::function<size_t(const VS::Ptr&)> size;
+  std::function<Kel::Ptr<VsDataModel>(const VS::Ptr&, const Kel::Name&)> member;
+};
+
+void PrintTo(const Kind& k, std::ostream* os) { *os << k.name; }
+
+class VsKind : public VsSession, public ::testing::WithParamInterface<Kind> {};
+
+TEST_P(VsKind, ReconcilesWithTheLeastWriting) {
+  const Kind& k = GetParam();
+  const std::string ep = std::string("api/") + k.generator;
+  const std::string gen = std::string(R"("generate":{"kind":")") + k.generator + R"(","count":6)";
+  serve(ep, gen + "}");
+  fetch(k.type, ep);
+  ASSERT_EQ(k.size(vs), 6u);
+  EXPECT_EQ(tree.touched().size(), 6u);
+
+  tree.w.clear();
+  fetch(k.type, ep);
+  EXPECT_EQ(tree.w, Writes{}) << "a poll that changes nothing writes nothing";
+
+  const std::string changes = std::string(R"(,"changePercent":50,"removePercent":17,"addCount":1,"changeField":")") +
+                              k.changeField + "\"";
+  std::string info = serve(ep, gen + changes + "}");
+  std::set<std::string> changed = ids(info, "changedIds"), removed = ids(info, "removedIds"),
+                         added = ids(info, "addedIds");
+  ASSERT_EQ(changed.size(), 3u);
+  ASSERT_EQ(removed.size(), 1u);
+  ASSERT_EQ(added.size(), 1u);
+  tree.w.clear();
+  fetch(k.type, ep);
+  std::set<std::string> expected = changed;
+  expected.insert(removed.begin(), removed.end());
+  expected.insert(added.begin(), added.end());
+  EXPECT_EQ(tree.touched(), expected);
+  EXPECT_EQ(tree.w.front(), "-" + *removed.begin()) << "deletions come first";
+  EXPECT_EQ(k.size(vs), 6u);
+  for (const auto& id : changed) EXPECT_EQ(k.member(vs, id)->revision(), 2u) << id;
+
+  // Changed again, but with no higher revision: the tree's copy stands.
+  tree.w.clear();
+  serve(ep, gen + changes + R"(,"revisionBump":0,"generation":2})");
+  fetch(k.type, ep);
+  EXPECT_EQ(tree.w, Writes{});
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    AllKinds, VsKind,
+    ::testing::Values(
+        Kind{"VxlanSegment", vsVxlanSegment, "virtualWires", "portGroup",
+             [](const VS::Ptr& v) { return v->vxlanSegments(); },
+             [](const VS::Ptr& v, const Kel::Name& n) { return Kel::Ptr<VsDataModel>(v->vxlanSegment(n)); }},
+        Kind{"NetworkScope", vsNetworkScope, "vdnScopes", "cluster",
+             [](const VS::Ptr& v) { return v->networkScopes(); },
+             [](const VS::Ptr& v, const Kel::Name& n) { return Kel::Ptr<VsDataModel>(v->networkScope(n)); }},
+        Kind{"Cluster", vsCluster, "clusterMappings", "dvs", [](const VS::Ptr& v) { return v->clusters(); },
+             [](const VS::Ptr& v, const Kel::Name& n) { return Kel::Ptr<VsDataModel>(v->cluster(n)); }},
+        Kind{"MulticastAddrRange", vsMulticastAddrRange, "multicastRanges", "begin",
+             [](const VS::Ptr& v) { return v->multicastAddrRanges(); },
+             [](const VS::Ptr& v, const Kel::Name& n) { return Kel::Ptr<VsDataModel>(v->multicastAddrRange(n)); }},
+        Kind{"VniRange", vsVniRange, "segmentRanges", "end", [](const VS::Ptr& v) { return v->vniRanges(); },
+             [](const VS::Ptr& v, const Kel::Name& n) { return Kel::Ptr<VsDataModel>(v->vniRange(n)); }}),
+    [](const ::testing::TestParamInfo<Kind>& i) { return std::string(i.param.name); });
+
+TEST_F(VsSession, PortGroupSetIsMergedWithTheLeastWriting) {
+  auto wire = [](int revision, const char* a, const char* b) {
+    auto pg = [](const char* v) {
+      return std::string("<vdsContextWithBacking><backingValue>") + v + "</backingValue></vdsContextWithBacking>";
+    };
+    return R"("body":"<virtualWires><dataPage><virtualWire><objectId>vw</objectId><revision>)" +
+           std::to_string(revision) + "</revision>" + pg(a) + pg(b) + "</virtualWire></dataPage></virtualWires>\"";
+  };
+  serve("api/wires", wire(1, "a", "b"));
+  fetch(vsVxlanSegment, "api/wires");
+  tree.w.clear();
+  serve("api/wires", wire(2, "b", "c"));
+  fetch(vsVxlanSegment, "api/wires");
+  EXPECT_EQ(tree.w, (Writes{"vw.revision", "vw.dvsPortGroup:a", "vw.dvsPortGroup:c"}));
+  VxlanSegment::Ptr w = vs->vxlanSegment("vw");
+  EXPECT_EQ(w->dvsPortGroups(), 2u);
+  EXPECT_TRUE(w->dvsPortGroup("b") && w->dvsPortGroup("c"));
+  // The same set again: only the revision moves.
+  tree.w.clear();
+  serve("api/wires", wire(3, "c", "b"));
+  fetch(vsVxlanSegment, "api/wires");
+  EXPECT_EQ(tree.w, Writes{"vw.revision"});
+}
+
+// The handlers on hand-built documents, with no server involved.
+class VsTree : public ::testing::Test {
+ protected:
+  void SetUp() override { tree.notifierIs(vs); }
+  using Handler = void (VmwareVsSm::*)(const pugi::xml_document&);
+  void apply(Handler handler, const char* xml) {
+    pugi::xml_document doc;
+    ASSERT_TRUE(doc.load_string(xml));
+    (sm.ptr()->*handler)(doc);
+  }
+  VS::Ptr vs = vSFactory("vs");
+  VmwareVsSm::Ptr sm = vmwareVsSmFactory(restStatusFactory("rest"), sessionStatusFactory("session"),
+                                         vsConfigFactory("config"), vs, true);
+  TreeListener tree;
+};
+
+TEST_F(VsTree, DeletionsFirstThenKeyOrderAndTheLaterOfTwoElementsWins) {
+  const Handler h = &VmwareVsSm::processVxlanSegmentRequest;
+  apply(h, "<r><dataPage><virtualWire><objectId>old</objectId></virtualWire>"
+           "<virtualWire><objectId>b</objectId><revision>1</revision></virtualWire></dataPage></r>");
+  tree.w.clear();
+  // A key that changes is a deletion and an addition; an empty key is a key.
+  apply(h, "<r><dataPage><virtualWire><objectId>new</objectId><vdnId>1</vdnId></virtualWire>"
+           "<virtualWire><objectId>b</objectId><revision>1</revision></virtualWire>"
+           "<virtualWire><objectId>new</objectId><vdnId>2</vdnId></virtualWire>"
+           "<virtualWire><vdnId>0</vdnId></virtualWire></dataPage></r>");
+  EXPECT_EQ(tree.w, (Writes{"-old", "+", "+new", "new.vni"}));
+  EXPECT_EQ(vs->vxlanSegment("new")->vni(), 2u);
+  // Another shape of reply is an empty list.
+  apply(h, "<virtualWires><virtualWire><objectId>b</objectId></virtualWire></virtualWires>");
+  EXPECT_EQ(vs->vxlanSegments(), 0u);
+}
+
+TEST_F(VsTree, OlderScopeWithNoClustersLosesThemAll) {
+  const Handler h = &VmwareVsSm::processNetworkScopeRequest;
+  apply(h, "<s><vdnScope><objectId>s</objectId><revision>1</revision><clusters>"
+           "<cluster><cluster><objectId>c1</objectId></cluster></cluster>"
+           "<cluster><cluster><objectId>c2</objectId></cluster></cluster></clusters></vdnScope></s>");
+  tree.w.clear();
+  apply(h, "<s><vdnScope><objectId>s</objectId><revision>2</revision><clusters/></vdnScope></s>");
+  std::sort(tree.w.begin(), tree.w.end());
+  EXPECT_EQ(tree.w, (Writes{"s.cluster:c1", "s.cluster:c2", "s.revision"}));
+  EXPECT_EQ(vs->networkScope("s")->clusters(), 0u);
+}
+
+TEST_F(VsTree, TracesTellEachOutcomeInOrder) {
+  const Handler h = &VmwareVsSm::processMulticastAddressRangeRequest;
+  apply(h, "<m><multicastRange><id>a</id><revision>1</revision></multicastRange>"
+           "<multicastRange><id>b</id><revision>1</revision></multicastRange>"
+           "<multicastRange><id>d</id></multicastRange></m>");
+  std::stringstream traces;
+  Kel::coverageStream_ = &traces;
+  apply(h, "<m><multicastRange><id>c</id></multicastRange>"
+           "<multicastRange><id>b</id><revision>2</revision><begin>239.1.0.0</begin></multicastRange>"
+           "<multicastRange><id>a</id><revision>1</revision><begin>239.9.0.0</begin></multicastRange></m>");
+  Kel::coverageStream_ = nullptr;
+  size_t at = 0;
+  for (const char* line : {"Deleting multicast range: d\n", "Mcast range a is up to date.\n",
+                           "Updating Mcast range: b\n", "Adding new Mcast range: c\n"}) {
+    size_t found = traces.str().find(line, at);
+    EXPECT_NE(found, std::string::npos) << line;
+    at = found;
+  }
+  EXPECT_EQ(vs->multicastAddrRange("a")->begin().value(), 0u);
+  EXPECT_EQ(vs->multicastAddrRange("b")->begin().stringValue(), "239.1.0.0");
+}
+
+TEST(VsRestStatus, AResultMustBeForTheEndpointLastSent) {
+  RestStatus::Ptr rest = restStatusFactory("rest");
+  updateRestStatusSent(rest, "api/a");
+  EXPECT_DEATH(updateRestStatusResult(rest, "api/b", 200), "endpoint == status->lastMsgSent\\(\\)");
+  EXPECT_DEATH(updateRestStatusResult(rest, "api/b", 404), "endpoint == status->lastMsgSent\\(\\)");
+}

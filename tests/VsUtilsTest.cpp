@@ -1,0 +1,202 @@
+// Text utilities, the XML readers of vShield records on hand-built elements,
+// the records' revision rule, the reply buffer, and the assertions of the
+// way back to XML.
+#include <gtest/gtest.h>
+
+#include <climits>
+#include <cstring>
+#include <memory>
+
+#include "Kel/Trace.h"
+#include "messaging/TextUtils.h"
+#include "vshield/HttpRetrieval.h"
+#include "vshield/VmwareVsUtils.h"
+
+using namespace Harbec;
+using Words = std::vector<std::string>;
+
+#if defined(__SANITIZE_ADDRESS__)
+// A refused allocation must come back as null here, as it does in production.
+extern "C" const char* __asan_default_options() { return "allocator_may_return_null=1"; }
+#endif
+
+namespace {
+
+// The document element of xml; the document lives as long as the test.
+pugi::xml_node parse(const char* xml) {
+  static std::vector<std::unique_ptr<pugi::xml_document>> docs;
+  docs.push_back(std::make_unique<pugi::xml_document>());
+  EXPECT_TRUE(docs.back()->load_string(xml)) << xml;
+  return docs.back()->document_element();
+}
+
+Words splitOf(const std::string& s, const std::string& delimiters) {
+  Words tokens{"kept"};
+  split(s, delimiters, tokens);
+  return tokens;
+}
+
+}  // namespace
+
+TEST(TextUtils, SplitYieldsMaximalRunsAndAppends) {
+  EXPECT_EQ(splitOf("a/bb//c/", "/"), (Words{"kept", "a", "bb", "c"}));
+  EXPECT_EQ(splitOf("https://vc.example.com/sdk", "/"), (Words{"kept", "https:", "vc.example.com", "sdk"}));
+  EXPECT_EQ(splitOf(" a,b ;c", " ,;"), (Words{"kept", "a", "b", "c"}));
+  EXPECT_EQ(splitOf("///", "/"), Words{"kept"});
+  EXPECT_EQ(splitOf("", "/"), Words{"kept"});
+  EXPECT_EQ(splitOf("abc", ""), (Words{"kept", "abc"}));
+}
+
+TEST(TextUtils, StripExtraWhiteSpaceCountsBlanksOnly) {
+  EXPECT_EQ(stripExtraWhiteSpace("   Web   tier  "), "Web tier");
+  EXPECT_EQ(stripExtraWhiteSpace("a\tb \n c"), "a\tb \n c");
+  EXPECT_EQ(stripExtraWhiteSpace("\ta  b\t"), "\ta b\t");
+  EXPECT_EQ(stripExtraWhiteSpace("    "), "");
+  EXPECT_EQ(stripExtraWhiteSpace(""), "");
+}
+
+TEST(VsUtils, CommonElementsAreReadFromDirectChildrenOnly) {
+  Kel::String8 name = "stale", displayName = "stale", description = "stale";
+  U32 revision = 9;
+  std::map<std::string, std::string> extras{{"vdnId", ""}, {"unused", "x"}};
+  extractCommonTypes(parse("<w><objectId>virtualwire-1</objectId><id>vw-1</id>"
+                           "<name>  Web    tier </name><description>  as  it came </description>"
+                           "<Name>case differs</Name><revision>12abc</revision><vdnId>1</vdnId>"
+                           "<vdnId>2</vdnId><other>skipped</other><sub><name>nested</name></sub></w>"),
+                     name, displayName, description, revision, extras);
+  EXPECT_EQ(name, "vw-1");  // the later of id and objectId
+  EXPECT_EQ(displayName, "Web tier");
+  EXPECT_EQ(description, "  as  it came ");
+  EXPECT_EQ(revision, 12u);
+  EXPECT_EQ(extras, (std::map<std::string, std::string>{{"vdnId", "2"}, {"unused", "x"}}));
+
+  extractCommonTypes(parse("<w/>"), name, displayName, description, revision, extras);
+  EXPECT_EQ(name, "");
+  EXPECT_EQ(displayName, "");
+  EXPECT_EQ(description, "");
+  EXPECT_EQ(revision, 0u);
+}
+
+TEST(VsUtils, NumbersAndAddressesOfRanges) {
+  auto rev = [](const char* text) {
+    return unmarshalVniRange(parse((std::string("<r><revision>") + text + "</revision></r>").c_str()))->revision();
+  };
+  EXPECT_EQ(rev("abc"), 0u);
+  EXPECT_EQ(rev(""), 0u);
+  EXPECT_EQ(rev(" 42"), 42u);
+  EXPECT_EQ(rev("-1"), 0xffffffffu);
+  EXPECT_EQ(rev("4294967297"), 1u);
+  EXPECT_EQ(rev("99999999999999999999"), static_cast<U32>(LONG_MAX));
+  VniRange::Ptr v = unmarshalVniRange(parse("<r><begin>5000</begin><end>5999x</end></r>"));
+  EXPECT_EQ(v->begin(), 5000u);
+  EXPECT_EQ(v->end(), 5999u);
+  MulticastAddrRange::Ptr m = unmarshalMulticastAddrRange(parse("<r><end>239.0.255.255</end><begin>239.0.0.0</begin></r>"));
+  EXPECT_EQ(m->begin().stringValue(), "239.0.0.0");
+  EXPECT_EQ(m->end().stringValue(), "239.0.255.255");
+}
+
+TEST(VsUtils, VirtualWire) {
+  VxlanSegment::Ptr w = unmarshalVxlanSegment(parse(
+      "<virtualWire><objectId>virtualwire-7</objectId><revision>3</revision><name>Web</name>"
+      "<vdnId>5006</vdnId><multicastAddr>239.0.0.7</multicastAddr><vdnScopeId>vdnscope-1</vdnScopeId>"
+      "<vdsContextWithBacking><switch><objectId>dvs-21</objectId></switch>"
+      "<backingValue>dvportgroup-1</backingValue></vdsContextWithBacking>"
+      "<vdsContextWithBacking><backingValue>dvportgroup-2</backingValue></vdsContextWithBacking>"
+      "<vdsContextWithBacking/></virtualWire>"));
+  EXPECT_EQ(w->name(), "virtualwire-7");
+  EXPECT_EQ(w->vsDataType(), vsVxlanSegment);
+  EXPECT_EQ(w->revision(), 3u);
+  EXPECT_EQ(w->vni(), 5006u);
+  EXPECT_EQ(w->multicastIpAddr().stringValue(), "239.0.0.7");
+  EXPECT_EQ(w->networkScope(), "vdnscope-1");
+  EXPECT_EQ(w->dvsPortGroups(), 3u);
+  EXPECT_TRUE(w->dvsPortGroup("dvportgroup-1") && w->dvsPortGroup("dvportgroup-2") && w->dvsPortGroup(""));
+
+  VxlanSegment::Ptr bad = unmarshalVxlanSegment(parse("<virtualWire><multicastAddr>239.1</multicastAddr></virtualWire>"));
+  EXPECT_EQ(bad->multicastIpAddr().value(), 0u);
+  EXPECT_EQ(bad->dvsPortGroups(), 0u);
+}
+
+TEST(VsUtils, ScopesAndClusterMappings) {
+  NetworkScope::Ptr s = unmarshalNetworkScope(
+      parse("<vdnScope><objectId>vdnscope-1</objectId><clusters>"
+            "<cluster><cluster><objectId>domain-c7</objectId></cluster></cluster>"
+            "<cluster><name>no inner cluster</name></cluster></clusters><vdnId>1</vdnId></vdnScope>"));
+  EXPECT_EQ(s->vsDataType(), vsNetworkScope);
+  EXPECT_EQ(s->clusters(), 2u);
+  EXPECT_TRUE(s->cluster("domain-c7") && s->cluster(""));
+  EXPECT_EQ(unmarshalNetworkScope(parse("<vdnScope/>"))->clusters(), 0u);
+
+  Cluster::Ptr c = unmarshalCluster(
+      parse("<clusterMapping><objectId>ignored</objectId><cluster><objectId>domain-c7</objectId>"
+            "<revision>4</revision><name>Cluster  A</name><scope><id>datacenter-2</id></scope></cluster>"
+            "<clusterMappingSpec><switch><objectId>dvs-21</objectId></switch></clusterMappingSpec>"
+            "</clusterMapping>"));
+  EXPECT_EQ(c->name(), "domain-c7");
+  EXPECT_EQ(c->vsDataType(), vsCluster);
+  EXPECT_EQ(c->revision(), 4u);
+  EXPECT_EQ(c->displayName(), "Cluster A");
+  EXPECT_EQ(c->datacenter(), "datacenter-2");
+  EXPECT_EQ(c->dvs(), "dvs-21");
+  Cluster::Ptr empty = unmarshalCluster(parse("<clusterMapping/>"));
+  EXPECT_EQ(empty->name(), "");
+  EXPECT_EQ(empty->dvs(), "");
+}
+
+TEST(VsUtils, OlderMeansALowerRevisionAndCopyTakesTheCommonThree) {
+  auto a = vxlanSegmentFactory("vw", vsVxlanSegment);
+  auto b = vxlanSegmentFactory("vw", vsVxlanSegment);
+  a->revisionIs(4);
+  b->revisionIs(4);
+  EXPECT_FALSE(a->isOlderThan(b));
+  b->revisionIs(5);
+  EXPECT_TRUE(a->isOlderThan(b));
+  EXPECT_FALSE(b->isOlderThan(a));
+
+  b->displayNameIs("name");
+  b->descriptionIs("desc");
+  b->vniIs(7);
+  copy(a, b);
+  EXPECT_EQ(a->displayName(), "name");
+  EXPECT_EQ(a->description(), "desc");
+  EXPECT_EQ(a->revision(), 5u);
+  EXPECT_EQ(a->vni(), 0u);
+
+  auto vs = vSFactory("vs");
+  EXPECT_EQ(vs->clusterIs("c", vsCluster), vs->clusterIs("c", vsCluster));
+  EXPECT_THROW(vs->clusterIs("c", vsVniRange), Kel::NameInUseException);
+}
+
+TEST(VsUtils, MarshalIsNotImplemented) {
+  EXPECT_DEATH(marshal(VxlanSegment::PtrConst(vxlanSegmentFactory("x", vsVxlanSegment))), "Implement as needed");
+  EXPECT_DEATH(marshal(VniRange::PtrConst(vniRangeFactory("x", vsVniRange))), "Implement as needed");
+  EXPECT_DEATH(marshal(NetworkScope::PtrConst(networkScopeFactory("x", vsNetworkScope))), "Implement as needed");
+  EXPECT_DEATH(marshal(multicastAddrRangeFactory("x", vsMulticastAddrRange)), "Implement as needed");
+  EXPECT_DEATH(marshal(clusterFactory("x", vsCluster)), "Implement as needed");
+}
+
+TEST(MemoryBuffer, ChunksMakeOneTerminatedBlock) {
+  MemoryBuffer b;
+  EXPECT_EQ(b.size, 0u);
+  char one[] = "<a>", two[] = "text", three[] = "</a>";
+  EXPECT_EQ(populateMemoryCallback(one, 1, 3, &b), 3u);
+  EXPECT_EQ(populateMemoryCallback(two, 2, 2, &b), 4u);
+  EXPECT_EQ(populateMemoryCallback(three, 4, 1, &b), 4u);
+  EXPECT_EQ(populateMemoryCallback(three, 1, 0, &b), 0u);
+  EXPECT_EQ(b.size, 11u);
+  EXPECT_EQ(b.prevSize, 11u);
+  EXPECT_STREQ(b.buffer, "<a>text</a>");
+  EXPECT_EQ(nodeToString(parse(b.buffer)), "<a>text</a>\n");
+  EXPECT_EQ(nodeToString(parse("<a><b/></a>")), "<a>\n\t<b />\n</a>\n");
+}
+
+TEST(MemoryBuffer, ExitsWithStatusOneWhenItCannotGrow) {
+  EXPECT_EXIT(
+      {
+        Harbec::traceHandle().levelsUpTo(0);
+        MemoryBuffer b;
+        char byte = 0;
+        populateMemoryCallback(&byte, 1, SIZE_MAX - 16, &b);
+      },
+      ::testing::ExitedWithCode(1), "OOM \\(realloc returned NULL\\)");
+}

@@ -1,0 +1,80 @@
+// The vShield session: the handler behind the RestThread. Each request
+// becomes one HTTP GET against vShield Manager; the XML reply is parsed and
+// handed to the handler of the request's data type, which brings the VS tree
+// up to date. Outcomes go to RestStatus, SessionStatus and the operator log;
+// nothing is thrown on a network or server failure.
+#pragma once
+#include <pugixml.hpp>
+
+#include "messaging/WebServiceThread.h"
+#include "platform/Status.h"
+#include "platform/VsDataModel.h"
+
+namespace Harbec {
+
+class VmwareVsSm : public RestRequestHandler {
+ public:
+  using Ptr = Kel::Ptr<VmwareVsSm>;
+  using PtrConst = Kel::Ptr<const VmwareVsSm>;
+
+  static Kel::String8 _fwkType() { return "Harbec::VmwareVsSm"; }
+  Kel::String8 fwkType() const override { return _fwkType(); }
+
+  // One request, or each member of a batch in turn; runs on the RestThread.
+  void processRestRequest(const RestRequest::PtrConst& restRequest) override;
+
+  // Handlers of a parsed reply, by data type.
+  void processHeartBeatRequest(const pugi::xml_document& doc);
+  void processClusterRequest(const pugi::xml_document& doc);
+  void processMulticastAddressRangeRequest(const pugi::xml_document& doc);
+  void processNetworkScopeRequest(const pugi::xml_document& doc);
+  void processVniRangeRequest(const pugi::xml_document& doc);
+  void processVxlanSegmentRequest(const pugi::xml_document& doc);
+
+  const VsConfig::PtrConst& vsConfig() const { return vsConfig_; }
+  const VS::Ptr& vs() const { return vs_; }
+  // Kept for whoever reads it; the session itself never acts on it.
+  bool exitOnConnectionError() const { return exitOnConnectionError_; }
+  bool initialized() const { return initialized_; }
+
+  void hasNotificationActiveIs(bool b) override;
+  void kelDoZombieReactors(bool b) override;
+
+  ~VmwareVsSm() override;
+
+ protected:
+  VmwareVsSm(const RestStatus::Ptr& restStatus, const SessionStatus::Ptr& sessionStatus,
+             const VsConfig::PtrConst& vsConfig, const VS::Ptr& vs, bool exitOnConnectionError);
+
+  // The constructor's last step: the session starts in sessionInit.
+  void handleInitialized();
+  void initializedIs(bool b) { initialized_ = b; }
+
+ private:
+  friend Ptr vmwareVsSmFactory(const RestStatus::Ptr&, const SessionStatus::Ptr&,
+                               const VsConfig::PtrConst&, const VS::Ptr&, bool);
+  // The only request type this session serves.
+  static RestRequestType httpGET() { return Harbec::httpGET; }
+
+  VsConfig::PtrConst vsConfig_;
+  VS::Ptr vs_;
+  bool exitOnConnectionError_ = false;
+  bool initialized_ = false;
+};
+
+VmwareVsSm::Ptr vmwareVsSmFactory(const RestStatus::Ptr& restStatus,
+                                  const SessionStatus::Ptr& sessionStatus,
+                                  const VsConfig::PtrConst& vsConfig, const VS::Ptr& vs,
+                                  bool exitOnConnectionError);
+
+// Writes the session state; logs VMWAREVS_CONNECTION_SUCCESSFUL on each
+// entry into sessionConnected.
+void updateSessionStatusAndLog(SessionStatus::Ptr status, SessionState newState);
+// Marks an exchange as sent.
+void updateRestStatusSent(RestStatus::Ptr status, const Kel::String8& endpoint);
+// Counts the outcome of the exchange last sent; 200 is a success.
+void updateRestStatusResult(RestStatus::Ptr status, const Kel::String8& endpoint, long httpCode);
+
+std::ostream& operator<<(std::ostream& os, const VmwareVsSm& sm);
+
+}  // namespace Harbec
