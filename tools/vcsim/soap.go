@@ -34,6 +34,10 @@ var (
 	inboundDvsElement = regexp.MustCompile(`(<(?:[\w.-]+:)?type(?:\s[^>]*)?>)\s*` + dvsWireType + `\s*(</(?:[\w.-]+:)?type>)`)
 	outboundDvsAttr   = []byte(` type="` + dvsInternalType + `"`)
 	faultStringRE     = regexp.MustCompile(`(?s)<faultstring>(.*?)</faultstring>`)
+
+	xsiLongDecl    = []byte(` xmlns:XMLSchema-instance="http://www.w3.org/2001/XMLSchema-instance"`)
+	xsiLongPrefix  = []byte(` XMLSchema-instance:type="`)
+	xsiShortPrefix = []byte(` xsi:type="`)
 )
 
 func toInternalTypes(body []byte) []byte {
@@ -44,8 +48,16 @@ func toInternalTypes(body []byte) []byte {
 	return inboundDvsElement.ReplaceAll(body, []byte("${1}"+dvsInternalType+"${2}"))
 }
 
+// toWireTypes also writes xsi:type where govmomi's encoder declares the
+// schema instance namespace anew on nested values under the prefix
+// "XMLSchema-instance"; the envelope declares xsi, as vCenter's does.
 func toWireTypes(body []byte) []byte {
-	return bytes.ReplaceAll(body, outboundDvsAttr, inboundDvsAttr)
+	body = bytes.ReplaceAll(body, outboundDvsAttr, inboundDvsAttr)
+	if bytes.Contains(body, xsiLongDecl) {
+		body = bytes.ReplaceAll(body, xsiLongDecl, nil)
+		body = bytes.ReplaceAll(body, xsiLongPrefix, xsiShortPrefix)
+	}
+	return body
 }
 
 func wireType(t string) string {
