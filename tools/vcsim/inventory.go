@@ -64,22 +64,34 @@ func (s *Simulator) buildInventory() error {
 		}
 	}
 
-	// Machines join the first distributed port group of their datacenter.
-	defaultNet := map[types.ManagedObjectReference]*types.ManagedObjectReference{}
-	for _, e := range sortedEntities("Datacenter") {
-		dc := e.Reference()
-		if pg := firstPortgroup(dc); pg != nil {
-			ref := pg.Self
-			defaultNet[dc] = &ref
-		} else if n := simulator.Map.FindByName(standardNet, e.(*simulator.Datacenter).Network); n != nil {
-			ref := n.Reference()
-			defaultNet[dc] = &ref
+	// Machines take the distributed port groups of their datacenter in
+	// turn; without a switch they go on "VM Network".
+	nets := map[types.ManagedObjectReference][]types.ManagedObjectReference{}
+	for _, e := range sortedEntities("DistributedVirtualPortgroup") {
+		pg := e.(*simulator.DistributedVirtualPortgroup)
+		if pg.Config.Uplink == nil || !*pg.Config.Uplink {
+			dc := datacenterOf(pg.Self)
+			nets[dc] = append(nets[dc], pg.Self)
 		}
 	}
+	for _, e := range sortedEntities("Datacenter") {
+		dc := e.Reference()
+		if len(nets[dc]) == 0 {
+			if n := simulator.Map.FindByName(standardNet, e.(*simulator.Datacenter).Network); n != nil {
+				nets[dc] = []types.ManagedObjectReference{n.Reference()}
+			}
+		}
+	}
+	made := map[types.ManagedObjectReference]int{}
 	for _, e := range sortedEntities("HostSystem") {
 		host := e.(*simulator.HostSystem)
-		net := defaultNet[datacenterOf(host.Self)]
+		dc := datacenterOf(host.Self)
 		for i := 0; i < cfg.VMsPerHost; i++ {
+			var net *types.ManagedObjectReference
+			if choices := nets[dc]; len(choices) > 0 {
+				net = &choices[made[dc]%len(choices)]
+			}
+			made[dc]++
 			name := fmt.Sprintf("%s_VM%d", host.Name, i)
 			if _, err := s.createVM(ctx, name, host.Self, net, true); err != nil {
 				return fmt.Errorf("creating %s: %w", name, err)

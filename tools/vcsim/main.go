@@ -11,7 +11,8 @@
 //	VCSIM_URL=https://127.0.0.1:PORT/sdk
 //	VCSIM_CONTROL=http://127.0.0.1:PORT
 //
-// It stops on SIGTERM, SIGINT, or when its stdin reaches end of file.
+// It stops on SIGTERM, SIGINT, or when its stdin reaches end of file
+// (unless -exit-on-stdin-eof=false).
 package main
 
 import (
@@ -60,7 +61,7 @@ func run(args []string, stdin io.Reader, stdout, stderr io.Writer) int {
 	defer signal.Stop(signals)
 
 	stdinClosed := make(chan struct{})
-	if stdin != nil {
+	if stdin != nil && cfg.ExitOnStdinEOF {
 		go func() {
 			_, _ = io.Copy(io.Discard, stdin)
 			close(stdinClosed)
@@ -91,6 +92,7 @@ func parseFlags(args []string, stderr io.Writer) (Config, error) {
 	fs.IntVar(&cfg.Portgroups, "pg", cfg.Portgroups, "distributed port groups per datacenter; 0 means no distributed switch")
 	fs.StringVar(&cfg.CertFile, "cert", "", "PEM certificate for the HTTPS listener (default: a fresh self-signed one)")
 	fs.StringVar(&cfg.KeyFile, "key", "", "PEM private key that goes with -cert")
+	fs.BoolVar(&cfg.ExitOnStdinEOF, "exit-on-stdin-eof", true, "stop when stdin reaches end of file (turn off when stdin is /dev/null)")
 	fs.BoolVar(&cfg.Verbose, "v", false, "log the simulator's messages to stderr")
 	fs.BoolVar(&cfg.Trace, "trace", false, "write every SOAP request and response to stderr")
 	if err := fs.Parse(args); err != nil {

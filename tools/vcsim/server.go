@@ -37,9 +37,10 @@ type Config struct {
 	CertFile string
 	KeyFile  string
 
-	Verbose   bool
-	Trace     bool
-	LogOutput io.Writer
+	ExitOnStdinEOF bool
+	Verbose        bool
+	Trace          bool
+	LogOutput      io.Writer
 }
 
 // DefaultConfig is a small inventory: one datacenter with one standalone host
@@ -55,6 +56,7 @@ func DefaultConfig() Config {
 		ClusterHosts:    2,
 		VMsPerHost:      2,
 		Portgroups:      2,
+		ExitOnStdinEOF:  true,
 	}
 }
 

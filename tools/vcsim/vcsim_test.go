@@ -1685,3 +1685,56 @@ func TestShutdown(t *testing.T) {
 		t.Error("the control interface still answers")
 	}
 }
+
+// TestScale builds the inventory of the scale tests, 200 hosts and 5,000
+// machines, and takes one full update set and one change through the
+// library's filter. It takes half a minute, so it runs only with
+// VCSIM_SCALE_TEST=1, after TestShutdown has stopped the shared simulator.
+func TestScale(t *testing.T) {
+	if os.Getenv("VCSIM_SCALE_TEST") == "" {
+		t.Skip("set VCSIM_SCALE_TEST=1 to run")
+	}
+	if !sim.stopped {
+		t.Skip("needs the shared simulator stopped; run the whole package")
+	}
+	cfg := DefaultConfig()
+	cfg.Username, cfg.Password = testUser, testPass
+	cfg.StandaloneHosts, cfg.Clusters, cfg.ClusterHosts, cfg.VMsPerHost = 0, 4, 50, 25
+	start := time.Now()
+	s, err := Start(cfg)
+	if err != nil {
+		t.Fatal(err)
+	}
+	defer s.Close()
+	t.Logf("ready after %v", time.Since(start))
+	sim.url, sim.control = s.URL, s.ControlURL
+
+	inv := inventory(t)
+	if len(inv.Hosts) != 200 || len(inv.Vms) != 5000 {
+		t.Fatalf("%d hosts, %d machines", len(inv.Hosts), len(inv.Vms))
+	}
+	c := login(t)
+	ctx := context.Background()
+	createFilter(t, c, libraryFilterSpec(c.ServiceContent.RootFolder))
+	start = time.Now()
+	res, err := methods.WaitForUpdates(ctx, c, &types.WaitForUpdates{This: c.ServiceContent.PropertyCollector})
+	if err != nil {
+		t.Fatal(err)
+	}
+	if n := len(objectUpdates(&res.Returnval)); n < 5200 {
+		t.Errorf("%d objects in the first update set", n)
+	}
+	t.Logf("first update set after %v", time.Since(start))
+
+	vm := inv.Vms[4321]
+	mustCtl(t, "POST", "/vm/power", map[string]string{"vm": vm.Ref, "state": "poweredOff"}, nil)
+	start = time.Now()
+	res, err = methods.WaitForUpdates(ctx, c, &types.WaitForUpdates{This: c.ServiceContent.PropertyCollector, Version: res.Returnval.Version})
+	if err != nil {
+		t.Fatal(err)
+	}
+	if u := objectUpdates(&res.Returnval); len(u) != 1 || u[0].Obj.Value != vm.Ref {
+		t.Errorf("updates %+v", u)
+	}
+	t.Logf("change after %v", time.Since(start))
+}
