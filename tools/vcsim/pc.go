@@ -22,7 +22,7 @@ import (
 // whose wait loop
 //   - fails (a panic that drops the connection) when an object changes and
 //     is removed within one round, as every Destroy_Task of a machine does,
-//     if the filter has property specs of several types, as libHarbec's has;
+//     if the filter has PropertySpecs of several types, as libHarbec's has;
 //   - listens with one registry key for all sessions, so that only the
 //     session that waited last hears of changes;
 //   - hands out the version "-" every time, and has no CheckForUpdates.

@@ -10,7 +10,7 @@ import (
 type PortSetting struct {
 	Operation string        `json:"operation"`
 	Key       string        `json:"key"`
-	Blocked   *BoolPolicyJS `json:"blocked"` // null: the spec had no blocked policy
+	Blocked   *BoolPolicyJS `json:"blocked"` // null: the DVPortConfigSpec had no blocked policy
 }
 
 // BoolPolicyJS is a vim25 BoolPolicy; Value is null when the policy had none.

@@ -182,9 +182,7 @@ func (s *Simulator) serveSOAP(w http.ResponseWriter, r *http.Request) {
 				s.writeFault(w, call, "fault", notAuthenticated(method.This))
 				return
 			}
-			ctx := simContext(sess.User, sess.Key)
-			ctx.Caller = &method.This
-			s.writeResult(w, call, h(ctx, sess, method))
+			s.writeResult(w, call, h(simContext(sess.User, sess.Key), sess, method))
 			return
 		}
 	}
@@ -362,7 +360,11 @@ type faultDetail struct {
 // MarshalXML names the detail element after the fault, "InvalidLoginFault"
 // for InvalidLogin, as vCenter does.
 func (d *faultDetail) MarshalXML(e *xml.Encoder, start xml.StartElement) error {
-	kind := reflect.TypeOf(d.Fault).Elem().Name()
+	t := reflect.TypeOf(d.Fault)
+	if t.Kind() == reflect.Ptr {
+		t = t.Elem()
+	}
+	kind := t.Name()
 	start.Name.Local = kind + "Fault"
 	start.Attr = append(start.Attr,
 		xml.Attr{Name: xml.Name{Local: "xmlns"}, Value: "urn:" + vim25.Namespace},
@@ -425,8 +427,8 @@ func (s *Simulator) writeResult(w http.ResponseWriter, call *Call, res soap.HasF
 
 func (s *Simulator) writeFault(w http.ResponseWriter, call *Call, outcome string, f *soap.Fault) {
 	wf := &wireFault{Code: f.Code, String: f.String}
-	if d, ok := f.Detail.Fault.(types.AnyType); ok && d != nil {
-		wf.Detail = &struct{ Fault *faultDetail }{&faultDetail{d}}
+	if f.Detail.Fault != nil {
+		wf.Detail = &struct{ Fault *faultDetail }{&faultDetail{f.Detail.Fault}}
 	}
 	out, err := encodeEnvelope(&faultBody{wf})
 	if err != nil {

@@ -201,7 +201,7 @@ func currentTime(c *vim25.Client) error {
 }
 
 // libraryFilterSpec is the property filter that libHarbec installs: six
-// traversals from the root folder and six property specs.
+// traversals from the root folder and six PropertySpecs.
 func libraryFilterSpec(root types.ManagedObjectReference) types.PropertyFilterSpec {
 	sel := func(names ...string) []types.BaseSelectionSpec {
 		var out []types.BaseSelectionSpec
@@ -561,7 +561,7 @@ func TestLibraryFilterSeesInventoryWithVCenterTypes(t *testing.T) {
 			}
 			spec := b.PnicSpec[0]
 			if ps.DvsUuid != dvs.Uuid || ps.Mtu != 1500 || spec.PnicDevice != uplinkDevice || spec.UplinkPortKey == "" {
-				t.Errorf("%s: proxy switch %+v, pnic spec %+v", h.Ref, ps, spec)
+				t.Errorf("%s: proxy switch %+v, pnicSpec %+v", h.Ref, ps, spec)
 			}
 			if len(ps.UplinkPort) != 1 || ps.UplinkPort[0].Key != spec.UplinkPortKey {
 				t.Errorf("%s: uplink ports %+v, pnic on %s", h.Ref, ps.UplinkPort, spec.UplinkPortKey)
