@@ -5,6 +5,7 @@ set -euo pipefail
 packages=(
   cmake g++ make pkg-config
   libgtest-dev libbenchmark-dev
+  gsoap libgsoap-dev libssl-dev
   libcurl4-openssl-dev libpugixml-dev golang-go
 )
 
