@@ -15,9 +15,12 @@
 using namespace Harbec;
 using Words = std::vector<std::string>;
 
-#if defined(__SANITIZE_ADDRESS__)
 // A refused allocation must come back as null here, as it does in production.
+#if defined(__SANITIZE_ADDRESS__)
 extern "C" const char* __asan_default_options() { return "allocator_may_return_null=1"; }
+#endif
+#if defined(__SANITIZE_THREAD__)
+extern "C" const char* __tsan_default_options() { return "allocator_may_return_null=1"; }
 #endif
 
 namespace {

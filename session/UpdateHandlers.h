@@ -1,0 +1,32 @@
+// The functions that apply vCenter's property changes and events to the
+// inventory. Each takes one object update of its own managed object type and
+// the VI, runs with the activity lock held by the update loop, never talks
+// to vCenter, and may raise.
+#pragma once
+#include <string>
+
+#include "inventory/VI.h"
+#include "soapH.h"
+
+namespace Harbec {
+
+// Containers and networks.
+void processDVSUpdates(ns2__ObjectUpdate* update, Kel::Ptr<VI> vi);
+void processDCUpdates(ns2__ObjectUpdate* update, Kel::Ptr<VI> vi);
+void processCompResUpdates(ns2__ObjectUpdate* update, Kel::Ptr<VI> vi);
+void processPortGroupUpdates(ns2__ObjectUpdate* update, Kel::Ptr<VI> vi);
+
+// Hosts and their networking.
+void processHostUpdates(ns2__ObjectUpdate* update, Kel::Ptr<VI> vi);
+void processHostProxySwitch(VI::Ptr vi, EsxHost::Ptr host, ns2__HostNetworkInfo* networkInfo,
+                            Pnic::Ptr pnic, Kel::String8 deviceName);
+void inflateHostVnic(Vnic::Ptr vnic, ns2__HostVirtualNic* hostVnic);
+
+// Virtual machines.
+void processVMUpdates(ns2__ObjectUpdate* update, Kel::Ptr<VI> vi);
+
+// The event stream of the event history collector.
+void processPortEvents(ns2__ObjectUpdate* update, Kel::Ptr<VI> vi);
+void updateLinkStatus(VI::Ptr vi, std::string portKey, Interface::LinkStatus status);
+
+}  // namespace Harbec
