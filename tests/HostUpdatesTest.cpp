@@ -1,0 +1,287 @@
+// Host records of the property collector against the inventory: hand-built
+// vim25 changes through processHostUpdates, then the tree as it stands.
+#include <gtest/gtest.h>
+
+#include <soapH.h>
+
+#include <sstream>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "inventory/VI.h"
+#include "session/HostIds.h"
+#include "session/UpdateHandlers.h"
+
+using namespace Harbec;
+
+namespace {
+
+class HostUpdates : public ::testing::Test {
+ protected:
+  void SetUp() override { freeAllHostIds(); }
+  ~HostUpdates() override { soap_destroy(soap), soap_end(soap), soap_free(soap); }
+
+  std::string* str(const std::string& s) { return &(*soap_new_std__string(soap) = s); }
+  int* num(int v) { return &(*soap_new_int(soap) = v); }
+  ns2__PropertyChange* change(const std::string& name, xsd__anyType* val) {
+    return soap_new_set_ns2__PropertyChange(soap, name, ns2__PropertyChangeOp__assign, val, nullptr);
+  }
+  ns2__PropertyChange* name(const std::string& text) { return change("name", soap_new_req_xsd__string(soap, text)); }
+  // The record's "config.network" as built so far; the next one starts empty.
+  ns2__PropertyChange* network() {
+    return change("config.network", std::exchange(net, soap_new_ns2__HostNetworkInfo(soap)));
+  }
+  void apply(ns2__ObjectUpdateKind kind, const std::string& host, std::vector<ns2__PropertyChange*> changes = {}) {
+    auto* obj = soap_new_req_ns2__ManagedObjectReference(soap, host);
+    processHostUpdates(soap_new_set_ns2__ObjectUpdate(soap, kind, obj, changes, nullptr), vi);
+  }
+
+  // Parts of the configuration under way; a negative speed means no link information.
+  void pnic(const std::string& device, int speedMb = 1000, bool duplex = true, const std::string& pci = "") {
+    net->pnic.push_back(soap_new_req_ns2__PhysicalNic(soap, device, pci, "00:50:56:00:00:01"));
+    if (speedMb >= 0) net->pnic.back()->linkSpeed = soap_new_req_ns2__PhysicalNicLinkInfo(soap, speedMb, duplex);
+  }
+  void vswitch(const std::string& key, ns2__HostVirtualSwitchBridge* bridge, int* mtu) {
+    net->vswitch.push_back(soap_new_req_ns2__HostVirtualSwitch(soap, "vSwitch", key));
+    net->vswitch.back()->mtu = mtu;
+    net->vswitch.back()->spec = soap_new_ns2__HostVirtualSwitchSpec(soap);
+    net->vswitch.back()->spec->bridge = bridge;
+  }
+  ns2__HostVirtualSwitchBridge* bond(std::vector<std::string> devices) {
+    auto* b = soap_new_ns2__HostVirtualSwitchBondBridge(soap);
+    b->nicDevice = devices;
+    return b;
+  }
+  // A proxy switch with a pnic backing of one NIC, or with a backing of the base class.
+  void proxy(const std::string& uuid, const char* device, std::vector<std::pair<std::string, std::string>> uplinks) {
+    auto* p = soap_new_ns2__HostProxySwitch(soap);
+    p->dvsUuid = uuid;
+    p->dvsName = "DSwitch";
+    p->mtu = num(9000);
+    p->spec = soap_new_ns2__HostProxySwitchSpec(soap);
+    p->spec->backing = soap_new_ns2__DistributedVirtualSwitchHostMemberBacking(soap);
+    if (device) {
+      auto* backing = soap_new_ns2__DistributedVirtualSwitchHostMemberPnicBacking(soap);
+      backing->pnicSpec.push_back(soap_new_req_ns2__DistributedVirtualSwitchHostMemberPnicSpec(soap, device));
+      backing->pnicSpec.back()->uplinkPortKey = str("16");
+      p->spec->backing = backing;
+    }
+    for (auto& [key, value] : uplinks) p->uplinkPort.push_back(soap_new_req_ns2__KeyValue(soap, key, value));
+    net->proxySwitch.push_back(p);
+  }
+  void portGroup(const std::string& key, int vlanId, bool withSpec = true) {
+    net->portgroup.push_back(soap_new_ns2__HostPortGroup(soap));
+    net->portgroup.back()->key = str(key);
+    net->portgroup.back()->vswitch = str("vSwitch0");
+    if (withSpec) net->portgroup.back()->spec = soap_new_req_ns2__HostPortGroupSpec(soap, "VM Network", vlanId);
+  }
+  ns2__HostVirtualNicSpec* vmk(const std::string& device, const char* ip = nullptr, const char* mask = nullptr) {
+    net->vnic.push_back(soap_new_req_ns2__HostVirtualNic(soap, device, "key-" + device, "Management Network"));
+    auto* spec = net->vnic.back()->spec = soap_new_ns2__HostVirtualNicSpec(soap);
+    spec->mac = str("00:50:56:6a:00:0" + device.substr(3));
+    if (ip || mask) spec->ip = soap_new_ns2__HostIpConfig(soap);
+    if (ip) spec->ip->ipAddress = str(ip);
+    if (mask) spec->ip->subnetMask = str(mask);
+    return spec;
+  }
+
+  struct soap* soap = soap_new();
+  ns2__HostNetworkInfo* net = soap_new_ns2__HostNetworkInfo(soap);
+  VI::Ptr vi = vIFactory("vi");
+};
+
+// Where a NIC is mapped: switchId dvsName uplinkPortKey uplinkName mtu deviceName.
+std::string mapping(Pnic::Ptr p) {
+  std::ostringstream os;
+  os << p->switchId() << "|" << p->dvsName() << "|" << p->uplinkPortKey() << "|" << p->uplinkName() << "|"
+     << p->mtu() << "|" << p->deviceName();
+  return os.str();
+}
+
+TEST_F(HostUpdates, EnterModifyLeaveAndHostIds) {
+  apply(ns2__ObjectUpdateKind__enter, "host-1", {network(), name("esx-01")});
+  EsxHost::Ptr host = vi->esxHost("host-1");
+  ASSERT_TRUE(host);
+  EXPECT_EQ(host->hostId(), 1u);
+  // The kernel machine, filled before "name" came, learns the name in the same pass.
+  Vm::Ptr kernel = vi->vm("host-1");
+  ASSERT_TRUE(kernel);
+  EXPECT_EQ(host->vm(), kernel);
+  EXPECT_EQ(kernel->vmName(), "VMKernel");
+  EXPECT_EQ(kernel->hostRef(), "host-1");
+  EXPECT_EQ(kernel->hostName(), "esx-01");
+  EXPECT_TRUE(kernel->powerState());
+
+  // A second enter is a modify of the same host and kernel machine.
+  apply(ns2__ObjectUpdateKind__enter, "host-1", {name("esx-01b")});
+  EXPECT_EQ(vi->esxHost("host-1"), host);
+  EXPECT_EQ(host->vm(), kernel);
+  EXPECT_EQ(host->hostName(), "esx-01b");
+
+  apply(ns2__ObjectUpdateKind__enter, "host-2");
+  apply(ns2__ObjectUpdateKind__enter, "host-3");
+  apply(ns2__ObjectUpdateKind__leave, "host-2");
+  EXPECT_FALSE(vi->esxHost("host-2"));
+  EXPECT_FALSE(vi->vm("host-2"));
+  apply(ns2__ObjectUpdateKind__enter, "host-4");
+  EXPECT_EQ(vi->esxHost("host-4")->hostId(), 2u);
+  // Neither a kind beyond leave nor a leave of an unknown host does anything.
+  apply(static_cast<ns2__ObjectUpdateKind>(3), "host-5");
+  apply(ns2__ObjectUpdateKind__leave, "host-6");
+  EXPECT_EQ(vi->esxHosts() + vi->vms(), 6u);
+  EXPECT_EQ(getHostId(), 4u);
+
+  EXPECT_DEATH(apply(ns2__ObjectUpdateKind__modify, "host-9", {name("ghost")}),
+               "objUpdate->kind != ns2__ObjectUpdateKind__modify");
+}
+
+TEST_F(HostUpdates, HardwareAndPciNamesOfTheSameRecord) {
+  auto* hw = soap_new_ns2__HostHardwareInfo(soap);
+  hw->cpuPkg = {soap_new_req_ns2__HostCpuPackage(soap, "Xeon Gold"), soap_new_req_ns2__HostCpuPackage(soap, "Xeon")};
+  hw->cpuInfo = soap_new_req_ns2__HostCpuInfo(soap, 2, 40);
+  hw->systemInfo = soap_new_req_ns2__HostSystemInfo(soap, "Dell Inc.", "R640");
+  for (auto [key, value] : {std::pair{"ServiceTag", "AAA1"}, {"AssetTag", "x"}, {"ServiceTag", "BBB2"}}) {
+    auto& info = hw->systemInfo->otherIdentifyingInfo;
+    info.push_back(soap_new_req_ns2__HostSystemIdentificationInfo(soap, value));
+    info.back()->identifierType = soap_new_req_ns2__ElementDescription(soap, key, "", "");
+  }
+  hw->pciDevice = {soap_new_req_ns2__HostPciDevice(soap, "0000:18:00.0", "Intel", "X710"),
+                   soap_new_req_ns2__HostPciDevice(soap, "0000:18:00.0", "Intel Corporation", "X710-DA2")};
+  pnic("vmnic0", 1000, true, "0000:18:00.0");
+  pnic("vmnic1", 1000, true, "0000:3b:00.0");
+  apply(ns2__ObjectUpdateKind__enter, "host-1", {network(), change("hardware", hw)});
+  EsxHost::Ptr host = vi->esxHost("host-1");
+  EXPECT_EQ(host->cpuDescription(), "Xeon Gold");
+  EXPECT_EQ(host->numCpus() * 100 + host->numCores(), 240u);
+  EXPECT_EQ(host->vendor() + "/" + host->model() + "/" + host->serviceTag(), "Dell Inc./R640/BBB2");
+  EXPECT_EQ(host->pnic("vmnic0")->vendor() + "/" + host->pnic("vmnic0")->model(), "Intel Corporation/X710-DA2");
+  EXPECT_EQ(host->pnic("vmnic1")->vendor(), "");
+
+  // The tables live for one record: a NIC without a vendor learns it from a
+  // later record with "hardware", one with a vendor keeps its own.
+  hw->pciDevice.back()->vendorName = "Broadcom";
+  for (auto* hardware : {static_cast<ns2__HostHardwareInfo*>(nullptr), hw}) {
+    pnic("vmnic0", 1000, true, "0000:18:00.0");
+    pnic("vmnic1", 1000, true, "0000:18:00.0");
+    apply(ns2__ObjectUpdateKind__modify, "host-1", {network(), change("hardware", hardware)});
+    EXPECT_EQ(host->pnic("vmnic1")->vendor(), hardware ? "Broadcom" : "");
+  }
+  EXPECT_EQ(host->pnic("vmnic0")->vendor(), "Intel Corporation");
+}
+
+TEST_F(HostUpdates, SpeedOnlyOnTheRowsAndDuplex) {
+  const std::vector<std::pair<int, unsigned>> speeds = {{10, 1},     {100, 2}, {1000, 3}, {10000, 4},  {40000, 5},
+                                                        {100000, 6}, {0, 0},   {999, 0},  {25000, 0}, {-1, 0}};
+  for (size_t i = 0; i < speeds.size(); ++i) pnic("vmnic" + std::to_string(i), speeds[i].first, i % 2);
+  apply(ns2__ObjectUpdateKind__enter, "host-1", {network()});
+  for (size_t i = 0; i < speeds.size(); ++i) {
+    Pnic::Ptr p = vi->esxHost("host-1")->pnic("vmnic" + std::to_string(i));
+    EXPECT_EQ(p->speed(), speeds[i].second) << speeds[i].first;
+    EXPECT_EQ(p->duplex(), speeds[i].first < 0 ? 0u : i % 2 ? 2u : 1u) << speeds[i].first;
+  }
+}
+
+TEST_F(HostUpdates, ProxySwitchBeforeBondBridgeBeforeNone) {
+  proxy("dvs-uuid", "vmnic0", {{"16", "uplink1"}, {"17", "uplink2"}, {"16", "uplink3"}});
+  proxy("other-uuid", nullptr, {});
+  vswitch("key-vSwitch0", bond({"vmnic0", "vmnic1"}), num(1500));
+  vswitch("key-vSwitch1", soap_new_ns2__HostVirtualSwitchSimpleBridge(soap), num(1400));
+  for (const char* d : {"vmnic0", "vmnic1"}) pnic(d);
+  apply(ns2__ObjectUpdateKind__enter, "host-1", {network()});
+  EsxHost::Ptr host = vi->esxHost("host-1");
+  EXPECT_EQ(mapping(host->pnic("vmnic0")), "dvs-uuid|DSwitch|16|uplink3|9000|vmnic0");
+  EXPECT_EQ(mapping(host->pnic("vmnic1")), "key-vSwitch0host-1||||1500|vmnic1");
+  EXPECT_EQ(host->vswitch("key-vSwitch0host-1"), "vSwitch");
+
+  // Moved to a standard switch without an MTU: the MTU stays. On no switch:
+  // MTU 0, and the device name as it was. Switch entries are never removed.
+  vswitch("key-vSwitch2", bond({"vmnic0"}), nullptr);
+  for (const char* d : {"vmnic0", "vmnic1"}) pnic(d);
+  apply(ns2__ObjectUpdateKind__modify, "host-1", {network()});
+  EXPECT_EQ(mapping(host->pnic("vmnic0")), "key-vSwitch2host-1||||9000|vmnic0");
+  EXPECT_EQ(mapping(host->pnic("vmnic1")), "||||0|vmnic1");
+  EXPECT_EQ(host->vswitchs(), 3u);
+}
+
+TEST_F(HostUpdates, StandardPortGroupVlans) {
+  // vlanId, then what the group reads: vlanId trunk accessVlanId trunkAllowedVlans.
+  const std::vector<std::pair<int, std::string>> steps = {
+      {7, "7 0 7 "},      {4095, "4095 1 7 1-4094"},       {0, "0 0  1-4094"},
+      {4094, "4094 0 4094 1-4094"}, {4096, "4096 0  1-4094"}};
+  for (auto& [vlan, expected] : steps) {
+    portGroup("key-VM Network", vlan);
+    portGroup("key-No Spec", 0, false);
+    apply(ns2__ObjectUpdateKind__enter, "host-1", {network()});
+    EsxHost::Ptr host = vi->esxHost("host-1");
+    ASSERT_EQ(host->portGroups(), 1u);
+    PortGroup::Ptr pg = host->portGroup("key-VM Networkhost-1");
+    std::ostringstream os;
+    os << pg->vlanId() << " " << pg->trunk() << " " << pg->accessVlanId() << " " << pg->trunkAllowedVlans();
+    EXPECT_EQ(os.str(), expected) << vlan;
+    EXPECT_EQ(pg->pgName() + "/" + pg->switchRef(), "VM Network/vSwitch0");
+  }
+}
+
+TEST_F(HostUpdates, VmkernelNicsAndTheirMasks) {
+  vmk("vmk0", "10.0.0.5", "255.255.255.0");
+  vmk("vmk1", "10.0.1.5", "0.0.0.0");
+  vmk("vmk2", "10.0.2.5", "255.0.255.0");
+  ns2__HostVirtualNicSpec* dv = vmk("vmk3", "10.0.3.5", "255.255.255.255");
+  dv->distributedVirtualPort = soap_new_req_ns2__DistributedVirtualSwitchPortConnection(soap, "dvs-uuid");
+  dv->distributedVirtualPort->portKey = str("100");
+  dv->distributedVirtualPort->portgroupKey = str("dvportgroup-9");
+  apply(ns2__ObjectUpdateKind__enter, "host-1", {network()});
+  EsxHost::Ptr host = vi->esxHost("host-1");
+  Vm::Ptr kernel = host->vm();
+  const unsigned lengths[] = {24, 0, 4294967295u, 32};
+  for (unsigned i = 0; i < 4; ++i) {
+    Kel::Name device("vmk" + std::to_string(i));
+    for (Vnic::Ptr v : {host->vnic(device), kernel->vnic(device)}) {
+      ASSERT_TRUE(v) << i;
+      EXPECT_EQ(v->ipAddrWithMask().length(), lengths[i]) << i;
+      EXPECT_EQ(v->ipAddrWithMask().addr().stringValue(), Kel::format("10.0.%u.5", i));
+      EXPECT_EQ(v->vnicType(), vmKernelNic);
+      EXPECT_EQ(v->portGroup(), i == 3 ? "dvportgroup-9" : "Management Network");
+    }
+    // Only the kernel machine's copy carries the MAC address.
+    EXPECT_EQ(host->vnic(device)->macAddress() + "/" + kernel->vnic(device)->macAddress(),
+              Kel::format("/00:50:56:6a:00:0%u", i));
+  }
+
+  // An address without a mask, a distributed port without a port key: the old values stay.
+  vmk("vmk0", "10.9.9.9");
+  vmk("vmk3")->distributedVirtualPort = soap_new_req_ns2__DistributedVirtualSwitchPortConnection(soap, "dvs-uuid");
+  apply(ns2__ObjectUpdateKind__modify, "host-1", {network()});
+  for (Vnic::Ptr v : {host->vnic("vmk0"), kernel->vnic("vmk0")}) {
+    EXPECT_EQ(v->ipAddrWithMask().addr().stringValue(), "10.0.0.5");
+    EXPECT_EQ(v->configId(), 2u);
+  }
+  EXPECT_EQ(host->vnic("vmk3")->portKey() + "/" + kernel->vnic("vmk3")->portKey(), "100/100");
+}
+
+TEST_F(HostUpdates, WhatTheConfigurationNoLongerNamesIsSwept) {
+  for (const char* d : {"vmnic0", "vmnic1"}) pnic(d);
+  portGroup("key-A", 10);
+  portGroup("key-B", 20);
+  vmk("vmk0");
+  apply(ns2__ObjectUpdateKind__enter, "host-1", {network()});
+  EsxHost::Ptr host = vi->esxHost("host-1");
+  Vm::Ptr kernel = host->vm();
+  // Nothing marked, nothing swept: a record without the configuration, or with one of no value.
+  apply(ns2__ObjectUpdateKind__modify, "host-1", {name("esx-01"), change("config.network", nullptr)});
+  EXPECT_EQ(host->pnics() + host->portGroups() + kernel->vnics(), 5u);
+
+  for (const char* d : {"vmnic0", "vmnic2"}) pnic(d);
+  portGroup("key-A", 10);
+  apply(ns2__ObjectUpdateKind__modify, "host-1", {network()});
+  EXPECT_FALSE(host->pnic("vmnic1"));
+  EXPECT_FALSE(host->portGroup("key-Bhost-1"));
+  EXPECT_FALSE(kernel->vnic("vmk0"));
+  EXPECT_TRUE(host->vnic("vmk0"));
+  EXPECT_EQ(host->pnic("vmnic0")->configId(), 2u);
+  // Ids of NICs are not reused.
+  EXPECT_EQ(host->pnic("vmnic2")->pnicId(), 3);
+}
+
+}  // namespace
