@@ -1,0 +1,165 @@
+// Test peers written in Go (tools/<name>), run as child processes on
+// 127.0.0.1: building them next to the test program, starting them with a
+// pipe on stdin (they stop when it closes, so a test that dies takes its
+// peer along), reading the "KEY=value" lines they print once ready, and a
+// small HTTP client for their control ports.
+#pragma once
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <map>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+extern char** environ;
+
+namespace peer {
+
+namespace fs = std::filesystem;
+
+inline fs::path toolDir(const std::string& tool) {
+  return fs::path(__FILE__).parent_path().parent_path().parent_path() / "tools" / tool;
+}
+
+// Builds tools/<tool> next to the test program unless an up-to-date binary
+// is there; `env` goes in front of `go build`. Concurrent builders each
+// write their own file and rename it into place.
+inline std::string goBinary(const std::string& tool, const std::string& env) {
+  fs::path src = toolDir(tool);
+  fs::path bin = fs::read_symlink("/proc/self/exe").parent_path() / tool;
+  std::error_code ec;
+  bool stale = !fs::exists(bin, ec);
+  for (const auto& f : fs::directory_iterator(src))
+    if (!stale && f.path().extension() == ".go" && f.last_write_time() > fs::last_write_time(bin))
+      stale = true;
+  if (!stale) return bin;
+  std::string tmp = bin.string() + "." + std::to_string(getpid());
+  std::string cmd = "cd '" + src.string() + "' && " + env + " go build -o '" + tmp + "' .";
+  if (std::system(cmd.c_str()) != 0) throw std::runtime_error("cannot build " + src.string());
+  fs::rename(tmp, bin);
+  return bin;
+}
+
+// One HTTP/1.0 exchange (no chunked replies); returns the status, body in *out.
+inline int http(const std::string& base, const std::string& method, const std::string& target,
+                const std::string& body, std::string* out) {
+  int port = std::stoi(base.substr(base.rfind(':') + 1));
+  int s = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  sockaddr_in a{};
+  a.sin_family = AF_INET;
+  a.sin_port = htons(static_cast<uint16_t>(port));
+  a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  if (connect(s, reinterpret_cast<sockaddr*>(&a), sizeof a) != 0) {
+    close(s);
+    throw std::runtime_error("control port unreachable");
+  }
+  std::string req = method + " " + target + " HTTP/1.0\r\nContent-Type: application/json\r\n" +
+                    "Content-Length: " + std::to_string(body.size()) + "\r\n\r\n" + body;
+  for (size_t off = 0; off < req.size();) off += static_cast<size_t>(write(s, req.data() + off, req.size() - off));
+  std::string reply;
+  char buf[65536];
+  for (ssize_t n; (n = read(s, buf, sizeof buf)) > 0;) reply.append(buf, static_cast<size_t>(n));
+  close(s);
+  size_t head = reply.find("\r\n\r\n");
+  if (out) *out = head == std::string::npos ? "" : reply.substr(head + 4);
+  return reply.size() > 12 ? std::stoi(reply.substr(9, 3)) : 0;
+}
+
+// Every string value of `key` in a JSON text, compact or indented, in
+// order (no unescaping).
+inline std::vector<std::string> values(const std::string& json, const std::string& key) {
+  std::vector<std::string> out;
+  std::string mark = "\"" + key + "\":";
+  for (size_t p = json.find(mark); p != std::string::npos; p = json.find(mark, p)) {
+    p = json.find_first_not_of(" \t\r\n", p + mark.size());
+    if (p == std::string::npos) break;
+    if (json[p] != '"') continue;
+    ++p;
+    out.push_back(json.substr(p, json.find('"', p) - p));
+  }
+  return out;
+}
+
+// A running peer. Waits until every key of `keys` has been printed as
+// "KEY=value" on a line of its own and keeps the values.
+class Process {
+ public:
+  Process(const std::string& bin, const std::vector<std::string>& args, const std::vector<std::string>& keys) {
+    int in[2], out[2];
+    if (pipe2(in, O_CLOEXEC) != 0 || pipe2(out, O_CLOEXEC) != 0) throw std::runtime_error("pipe");
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_adddup2(&actions, in[0], 0);
+    posix_spawn_file_actions_adddup2(&actions, out[1], 1);
+    std::vector<char*> argv{const_cast<char*>(bin.c_str())};
+    for (const std::string& a : args) argv.push_back(const_cast<char*>(a.c_str()));
+    argv.push_back(nullptr);
+    int rc = posix_spawn(&pid_, bin.c_str(), &actions, nullptr, argv.data(), environ);
+    posix_spawn_file_actions_destroy(&actions);
+    close(in[0]);
+    close(out[1]);
+    stdin_ = in[1];
+    if (rc != 0) {
+      close(out[0]);
+      stop();
+      throw std::runtime_error("cannot start " + bin);
+    }
+    std::string text;
+    char buf[256];
+    pollfd p{out[0], POLLIN, 0};
+    auto complete = [&] {
+      if (text.empty() || text.back() != '\n') return false;
+      for (const std::string& k : keys)
+        if (text.find(k + "=") == std::string::npos) return false;
+      return true;
+    };
+    while (!complete()) {
+      if (poll(&p, 1, 10000) <= 0) break;
+      ssize_t n = read(out[0], buf, sizeof buf);
+      if (n <= 0) break;
+      text.append(buf, static_cast<size_t>(n));
+    }
+    close(out[0]);
+    for (const std::string& k : keys) {
+      size_t at = text.find(k + "=");
+      if (at == std::string::npos) {
+        stop();
+        throw std::runtime_error(bin + " printed: " + text);
+      }
+      at += k.size() + 1;
+      printed_[k] = text.substr(at, text.find('\n', at) - at);
+    }
+  }
+  ~Process() { stop(); }
+  Process(const Process&) = delete;
+  Process& operator=(const Process&) = delete;
+
+  const std::string& printed(const std::string& key) const { return printed_.at(key); }
+
+  // Ends the peer and waits for it; its ports are closed on return.
+  void stop() {
+    if (pid_ <= 0) return;
+    close(stdin_);
+    kill(pid_, SIGTERM);
+    waitpid(pid_, nullptr, 0);
+    pid_ = 0;
+  }
+  bool running() const { return pid_ > 0; }
+
+ private:
+  pid_t pid_ = 0;
+  int stdin_ = -1;
+  std::map<std::string, std::string> printed_;
+};
+
+}  // namespace peer
