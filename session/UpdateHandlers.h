@@ -24,9 +24,12 @@ void inflateHostVnic(Vnic::Ptr vnic, ns2__HostVirtualNic* hostVnic);
 
 // Virtual machines.
 void processVMUpdates(ns2__ObjectUpdate* update, Kel::Ptr<VI> vi);
+void updateVnic(Vm::Ptr vm, ns2__VirtualEthernetCard* card, VI::Ptr vi);
 
 // The event stream of the event history collector.
 void processPortEvents(ns2__ObjectUpdate* update, Kel::Ptr<VI> vi);
+void processEvent(VI::Ptr vi, ns2__Event* event);
+void processPortEvent(VI::Ptr vi, ns2__Event* event);
 void updateLinkStatus(VI::Ptr vi, std::string portKey, Interface::LinkStatus status);
 
 }  // namespace Harbec
