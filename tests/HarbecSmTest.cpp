@@ -1,0 +1,656 @@
+// The vCenter session: login and its failures against the vCenter simulator
+// over HTTPS on 127.0.0.1, on SoapThreads as the host agent runs them;
+// the failure policy on a live session, with faults injected by the
+// simulator and process exits shown by death tests; user events; and, with
+// hand-built state, the rows of the failure table that no server produces,
+// the dispatch and its assertions, the status bookkeeping and the host ids.
+#include <gtest/gtest.h>
+#include <semaphore.h>
+
+#include <ctime>
+#include <mutex>
+#include <sstream>
+#include <utility>
+
+#include "Kel/Lock.h"
+#include "Kel/Log.h"
+#include "Kel/Trace.h"
+#include "VcSim.h"
+#include "session/HarbecSmInternal.h"
+#include "session/HostIds.h"
+
+using namespace Harbec;
+using Lines = std::vector<std::string>;
+
+namespace {
+
+const char kUser[] = "administrator@vsphere.local";
+const char kPassword[] = "vmware";
+
+// Re-executed children: the sessions' threads and sockets stay out of them.
+void useThreadsafeDeathTests() { GTEST_FLAG_SET(death_test_style, "threadsafe"); }
+
+// The output of a process that died holds each of `present`, in this
+// order, and none of `absent`.
+class OutputMatcher : public testing::MatcherInterface<const std::string&> {
+ public:
+  OutputMatcher(Lines present, Lines absent) : present_(std::move(present)), absent_(std::move(absent)) {}
+  bool MatchAndExplain(const std::string& out, testing::MatchResultListener* listener) const override {
+    size_t at = 0;
+    for (const std::string& t : present_) {
+      at = out.find(t, at);
+      if (at == std::string::npos) {
+        *listener << "no \"" << t << "\" in order";
+        return false;
+      }
+      at += t.size();
+    }
+    for (const std::string& t : absent_) {
+      if (out.find(t) != std::string::npos) {
+        *listener << "holds \"" << t << "\"";
+        return false;
+      }
+    }
+    return true;
+  }
+  void DescribeTo(std::ostream* os) const override {
+    *os << "holds in order:";
+    for (const std::string& t : present_) *os << " \"" << t << "\"";
+    for (const std::string& t : absent_) *os << ", not \"" << t << "\"";
+  }
+
+ private:
+  Lines present_, absent_;
+};
+testing::Matcher<const std::string&> output(Lines present, Lines absent = {}) {
+  return testing::MakeMatcher(new OutputMatcher(std::move(present), std::move(absent)));
+}
+
+const std::string kRestart = "HARBEC_AGENT_RESTART: Agent restarting due to network error.";
+const std::string kLossOfConnectivity = "HARBEC_COMMUNICATION_ERROR: Loss of connectivity to vCenter.";
+std::string rpcFault(const std::string& rpc) { return "HARBEC_RPC_FAULT: The RPC " + rpc + " failed."; }
+std::string connectFailed(const std::string& what) { return "HARBEC_CONNECT_FAILED: Failed to connect to vCenter. " + what; }
+
+// Operator log lines as "HANDLE: text".
+class LogCapture {
+ public:
+  LogCapture() {
+    Kel::logSinkIs([this](const Kel::LogHandle& h, const Kel::String8& text) {
+      std::lock_guard<std::mutex> g(mutex_);
+      lines_.push_back(h.id().str() + ": " + text.str());
+    });
+  }
+  ~LogCapture() { Kel::logSinkIs(nullptr); }
+  Lines take() {
+    std::lock_guard<std::mutex> g(mutex_);
+    return std::exchange(lines_, {});
+  }
+
+ private:
+  std::mutex mutex_;
+  Lines lines_;
+};
+
+// Every trace taken while it lives, all levels.
+class TraceCapture {
+ public:
+  TraceCapture() { Kel::coverageStream_ = &text_; }
+  ~TraceCapture() { Kel::coverageStream_ = nullptr; }
+  bool has(const std::string& s) const { return text_.str().find(s) != std::string::npos; }
+  std::string text() const { return text_.str(); }
+
+ private:
+  std::ostringstream text_;
+};
+
+struct StatusView {
+  unsigned successCount, failureCount;
+  std::string lastMsgSent, lastSuccessMsg, lastFailedMsg, lastError;
+  double lastRoundTripTime;
+};
+
+// The handler of a test's SoapThread: passes each request to the session on
+// the thread's consumer, then tells the test that the request is done.
+class Relay : public SoapRequestHandler {
+ public:
+  using Ptr = Kel::Ptr<Relay>;
+  static Ptr create(const HarbecSm::Ptr& sm) { return Ptr::adopt(new Relay(sm)); }
+  void processSoapRequest(const Kel::Ptr<const SoapRequest>& request) override {
+    sm_->processSoapRequest(request);
+    sem_post(&done_);
+  }
+  bool done() {
+    timespec until;
+    clock_gettime(CLOCK_REALTIME, &until);
+    until.tv_sec += 60;
+    return sem_timedwait(&done_, &until) == 0;
+  }
+
+ private:
+  explicit Relay(const HarbecSm::Ptr& sm) : SoapRequestHandler(sm->soapStatus(), sm->sessionStatus()), sm_(sm) {
+    sem_init(&done_, 0, 0);
+  }
+  ~Relay() override { sem_destroy(&done_); }
+  HarbecSm::Ptr sm_;
+  sem_t done_;
+};
+
+// A session as the host agent builds it: its own status entities, the
+// configuration and the inventory root, optionally behind a SoapThread.
+struct Session {
+  Session(const std::string& instance, const std::string& url, const std::string& password = kPassword,
+          bool exitOnConnectionError = false, bool threaded = true) {
+    config->urlIs(url);
+    config->usernameIs(kUser);
+    config->passwordIs(password);
+    sm = harbecSmFactory(soapStatus, sessionStatus, instance, config, vi, exitOnConnectionError);
+    if (threaded) {
+      relay = Relay::create(sm);
+      thread = soapThreadFactory(relay);
+    }
+  }
+  ~Session() {
+    Kel::ActivityLockAnchor anchor;
+    thread = nullptr;
+  }
+
+  // Carries a request out, on the thread if there is one, and returns once
+  // it is done.
+  void serve(const SoapRequest::Ptr& request) {
+    if (!thread) return sm->processSoapRequest(request);
+    thread->addWebServiceRequest(request);
+    ASSERT_TRUE(relay->done()) << "request not served";
+  }
+  void connect() { serve(connectRequestFactory("connect")); }
+  void probe() { serve(connectionStatusRequestFactory("probe")); }
+  void post(const Lines& messages) {
+    LogMsgRequest::Ptr request = logMsgRequestFactory("log");
+    for (const std::string& m : messages) request->logMsgEnq(LogMsg("vm-50", m, true));
+    serve(request);
+  }
+
+  SessionState state() const {
+    Kel::ActivityLockAnchor anchor;
+    return sessionStatus->sessionState();
+  }
+  StatusView status() const {
+    Kel::ActivityLockAnchor anchor;
+    return {soapStatus->successCount(),   soapStatus->failureCount(),  soapStatus->lastMsgSent().str(),
+            soapStatus->lastSuccessMsg().str(), soapStatus->lastFailedMsg().str(), soapStatus->lastError().str(),
+            soapStatus->lastRoundTripTime()};
+  }
+
+  SoapStatus::Ptr soapStatus = soapStatusFactory("soapStatus");
+  SessionStatus::Ptr sessionStatus = sessionStatusFactory("sessionStatus");
+  ViConfig::Ptr config = viConfigFactory("viConfig");
+  VI::Ptr vi = vIFactory("vi");
+  HarbecSm::Ptr sm;
+  Relay::Ptr relay;
+  SoapThread::Ptr thread;
+};
+
+// "https://127.0.0.1:41523/sdk" -> "127.0.0.1:41523"
+std::string hostOf(const std::string& url) {
+  size_t from = url.find("//") + 2;
+  return url.substr(from, url.find('/', from) - from);
+}
+
+// A URL on which nothing listens.
+std::string deadUrl() {
+  int s = socket(AF_INET, SOCK_STREAM, 0);
+  sockaddr_in a{};
+  a.sin_family = AF_INET;
+  a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  socklen_t n = sizeof a;
+  bind(s, reinterpret_cast<sockaddr*>(&a), n);
+  getsockname(s, reinterpret_cast<sockaddr*>(&a), &n);
+  close(s);
+  return "https://127.0.0.1:" + std::to_string(ntohs(a.sin_port)) + "/sdk";
+}
+
+// Against one simulator for the whole suite; each test starts from a clean
+// record of calls and without fault rules.
+class HarbecSmTest : public testing::Test {
+ protected:
+  static void SetUpTestSuite() { sim = new vcsim::Simulator(kUser, kPassword); }
+  static void TearDownTestSuite() {
+    delete sim;
+    sim = nullptr;
+  }
+  void SetUp() override {
+    useThreadsafeDeathTests();
+    sim->reset();
+  }
+
+  static vcsim::Simulator* sim;
+  LogCapture log;
+};
+vcsim::Simulator* HarbecSmTest::sim = nullptr;
+
+TEST_F(HarbecSmTest, UpdateThreadClearsTheInventoryAndLogsIn) {
+  Session s("UpdateThread", sim->url);
+  freeAllHostIds();
+  {
+    Kel::ActivityLockAnchor anchor;
+    s.vi->esxHostIs("host-23", getHostId())->hostNameIs("esx1");
+    s.vi->esxHostIs("host-24", getHostId());
+    s.vi->vmIs("vm-50")->vmNameIs("web");
+    s.vi->newPortIs("7", "dvs-9");
+    s.vi->portGroupIs("dvportgroup-13");
+    s.vi->initialWaitForUpdateIs(true);
+  }
+  s.sm->versionIs("12");
+  s.connect();
+
+  EXPECT_EQ(s.state(), sessionConnected);
+  EXPECT_EQ(log.take(), Lines{"HARBEC_VCENTER_CONNECTED: Pathline agent successfully connected to vCenter " +
+                              hostOf(sim->url) + "."});
+  StatusView st = s.status();
+  EXPECT_EQ(st.successCount, 2u);
+  EXPECT_EQ(st.failureCount, 0u);
+  EXPECT_EQ(st.lastMsgSent, "soapMsgLogin");
+  EXPECT_EQ(st.lastSuccessMsg, "soapMsgLogin");
+  EXPECT_EQ(sim->calls(), (Lines{"RetrieveServiceContent", "Login"}));
+  {
+    Kel::ActivityLockAnchor anchor;
+    EXPECT_EQ(s.vi->esxHosts(), 0u);
+    EXPECT_EQ(s.vi->vms(), 0u);
+    EXPECT_EQ(s.vi->newPorts(), 0u);
+    EXPECT_EQ(s.vi->portGroups(), 1u);
+    EXPECT_TRUE(s.vi->initialWaitForUpdate());
+  }
+  EXPECT_EQ(s.sm->version(), "");
+  EXPECT_EQ(getHostId(), 1u) << "the host ids went with the hosts";
+  EXPECT_EQ(rootFolderRef.__item, sim->rootFolder());
+  ASSERT_NE(rootFolderRef.type, nullptr);
+  EXPECT_EQ(*rootFolderRef.type, "Folder");
+  EXPECT_EQ(*eventManagerRef.type, "EventManager");
+  EXPECT_EQ(*propertyCollectorRef.type, "PropertyCollector");
+  EXPECT_EQ(*alarmManagerRef.type, "AlarmManager");
+  EXPECT_EQ(dvsMor.__item, "");
+  EXPECT_EQ(dvsMor.type, nullptr);
+}
+
+// Another instance logs in on its own connection and leaves the inventory
+// alone; a repeated connect logs in anew and the new session's cookie is
+// the one sent from then on.
+TEST_F(HarbecSmTest, OtherInstanceLogsInWithoutClearingAndReconnects) {
+  Session s("Worker", sim->url);
+  {
+    Kel::ActivityLockAnchor anchor;
+    s.vi->vmIs("vm-50");
+  }
+  s.sm->versionIs("12");
+  s.connect();
+  s.connect();
+  EXPECT_EQ(s.state(), sessionConnected);
+  EXPECT_EQ(log.take().size(), 2u);
+  EXPECT_EQ(s.status().successCount, 4u);
+  {
+    Kel::ActivityLockAnchor anchor;
+    EXPECT_EQ(s.vi->vms(), 1u);
+  }
+  EXPECT_EQ(s.sm->version(), "12");
+
+  s.post({"after the reconnect"});
+  EXPECT_EQ(sim->userEventMessages(), Lines{"after the reconnect"});
+  Lines users = peer::values(sim->call("GET", "/calls?method=LogUserEvent"), "user");
+  EXPECT_EQ(users, Lines{kUser}) << "the session cookie went back";
+}
+
+// Before a session stands: an incomplete configuration is not an attempt,
+// a refused login and an unreachable vCenter are logged and leave the
+// session disconnected, and the next good ConnectRequest connects.
+TEST_F(HarbecSmTest, FailedConnectsThenAGoodOne) {
+  Session s("UpdateThread", sim->url, "");
+  {
+    Kel::ActivityLockAnchor anchor;
+    s.vi->vmIs("vm-50");
+  }
+  EXPECT_EQ(connectTovCenter(s.sm), -1);
+  s.connect();
+  EXPECT_EQ(s.state(), sessionInit);
+  EXPECT_EQ(log.take(), Lines{});
+  EXPECT_EQ(sim->calls(), Lines{});
+  EXPECT_EQ(s.status().lastMsgSent, "");
+  {
+    Kel::ActivityLockAnchor anchor;
+    EXPECT_EQ(s.vi->vms(), 0u) << "cleared before the configuration is read";
+  }
+
+  s.config->passwordIs("wrong");
+  s.connect();
+  EXPECT_EQ(s.state(), sessionDisconnected);
+  EXPECT_EQ(log.take(), Lines{connectFailed("Invalid username and password.")});
+  StatusView st = s.status();
+  EXPECT_EQ(st.successCount, 1u);
+  EXPECT_EQ(st.failureCount, 1u);
+  EXPECT_EQ(st.lastFailedMsg, "soapMsgLogin");
+  EXPECT_EQ(st.lastRoundTripTime, 0.0);
+  EXPECT_EQ(st.lastError.rfind("Invalid username and password. ", 0), 0u) << st.lastError;
+  EXPECT_NE(st.lastError.find("incorrect user name or password"), std::string::npos) << st.lastError;
+
+  s.config->urlIs(deadUrl());
+  s.config->passwordIs(kPassword);
+  s.connect();
+  EXPECT_EQ(s.state(), sessionDisconnected);
+  EXPECT_EQ(log.take(), Lines{connectFailed("RetrieveServiceContent")});
+  EXPECT_EQ(s.status().lastFailedMsg, "soapMsgServiceContent");
+  EXPECT_EQ(s.status().failureCount, 2u);
+
+  s.config->urlIs(sim->url);
+  s.connect();
+  EXPECT_EQ(s.state(), sessionConnected);
+  EXPECT_EQ(log.take().size(), 1u);
+}
+
+// A probe of a live session: CurrentTime goes out, and its success is not
+// counted, though it is the message last sent.
+TEST_F(HarbecSmTest, ConnectionStatusOnALiveSession) {
+  Session s("Worker", sim->url);
+  s.connect();
+  log.take();
+  s.probe();
+  EXPECT_EQ(log.take(), Lines{});
+  EXPECT_EQ(s.state(), sessionConnected);
+  StatusView st = s.status();
+  EXPECT_EQ(st.lastMsgSent, "soapMsgCurrentTime");
+  EXPECT_EQ(st.lastSuccessMsg, "soapMsgLogin");
+  EXPECT_EQ(st.successCount, 2u);
+  EXPECT_EQ(sim->calls().back(), "CurrentTime");
+}
+
+// On a live session a "Try Again" fault is neither logged nor a reason to
+// exit; a recoverable fault is logged; the thread goes on with its queue.
+TEST_F(HarbecSmTest, FaultsThatLeaveTheSessionRunning) {
+  Session s("Worker", sim->url, kPassword, true);
+  s.connect();
+  log.take();
+
+  sim->fault("CurrentTime", "fault", "Try Again");
+  s.probe();
+  EXPECT_EQ(log.take(), Lines{kLossOfConnectivity});
+  EXPECT_EQ(s.state(), sessionConnected);
+  EXPECT_EQ(s.status().failureCount, 1u);
+  EXPECT_NE(s.status().lastError.find("Try Again"), std::string::npos) << s.status().lastError;
+
+  sim->fault("LogUserEvent", "fault", "busy");
+  s.post({"lost with the fault", "lost behind it"});
+  EXPECT_EQ(log.take(), Lines{rpcFault("LogUserEvent")});
+  s.post({"posted"});
+  EXPECT_EQ(sim->userEventMessages(), Lines{"posted"});
+  EXPECT_EQ(s.status().failureCount, 1u) << "user events are not counted";
+}
+
+TEST_F(HarbecSmTest, UserEventsGoOnTheRootFolderOfALiveSessionOnly) {
+  Session s("Worker", sim->url);
+  s.post({"before any login"});
+  s.connect();
+  s.post({});
+  EXPECT_EQ(sim->calls(), (Lines{"RetrieveServiceContent", "Login"})) << "nothing for an empty request";
+  s.post({"first", "Grüße ✓"});
+  EXPECT_EQ(sim->userEventMessages(), (Lines{"first", "Grüße ✓"})) << "UTF-8 as it stands";
+  EXPECT_EQ(sim->userEventEntities(), (Lines{sim->rootFolder(), sim->rootFolder()}));
+
+  Session down("Worker", deadUrl());
+  down.connect();
+  down.post({"while disconnected"});
+  EXPECT_EQ(sim->userEventMessages().size(), 2u);
+  EXPECT_EQ(log.take().back(), connectFailed("RetrieveServiceContent")) << "and nothing after it";
+}
+
+TEST_F(HarbecSmTest, AlarmDefinitionGoesOutDisabledAndWithoutAction) {
+  Session s("Worker", sim->url, kPassword, false, false);
+  s.connect();
+  createAlarm(s.sm, s.sm->vim(), rootFolderRef.__item, "Folder", "port-alarm");
+  std::string alarm = sim->call("GET", "/alarms");
+  std::string compact;
+  for (char c : alarm)
+    if (c != ' ' && c != '\n') compact += c;
+  for (const char* field : {"\"name\":\"Kestin-Alarm\"", "\"description\":\"port-alarm\"", "\"enabled\":false",
+                            "\"type\":\"EventAlarmExpression\"", "\"EventType\":\"KestinEvent\"",
+                            "\"ObjectType\":\"HostSystem\"", "\"Status\":\"red\"",
+                            "\"ToleranceRange\":0", "\"ReportingFrequency\":0", "\"hasAction\":false"})
+    EXPECT_NE(compact.find(field), std::string::npos) << field << " in " << alarm;
+  EXPECT_EQ(sim->calls().back(), "CreateAlarm");
+  EXPECT_EQ(s.status().lastMsgSent, "soapMsgLogin") << "not reported";
+  try {
+    createAlarm(s.sm, s.sm->vim(), rootFolderRef.__item, "Folder", "again");
+    ADD_FAILURE() << "the same name twice on one entity";
+  } catch (const SoapException& e) {
+    EXPECT_EQ(e, SoapException(SoapException::recoverableRpcException, "CreateAlarm"));
+  }
+}
+
+// A connection closed without a reply is how gSOAP shows a socket that
+// timed out: the process ends whatever exitOnConnectionError says.
+TEST_F(HarbecSmTest, DroppedConnectionEndsTheProcess) {
+  Session s("Worker", sim->url, kPassword, false, false);
+  s.connect();
+  sim->fault("CurrentTime", "drop");
+  EXPECT_EXIT(
+      {
+        Kel::logSinkIs(nullptr);
+        s.probe();
+      },
+      testing::ExitedWithCode(255), output({kLossOfConnectivity, rpcFault("CurrentTime"), kRestart, kRestart}));
+}
+
+// Once vCenter is gone, a live session restarts the agent only when told to.
+TEST_F(HarbecSmTest, LostvCenterEndsTheProcessOnlyWhenConfigured) {
+  vcsim::Simulator gone(kUser, kPassword);
+  Session keepsRunning("Worker", gone.url, kPassword, false);
+  Session exits("Worker", gone.url, kPassword, true, false);
+  keepsRunning.connect();
+  exits.connect();
+  gone.stop();
+  log.take();
+
+  keepsRunning.probe();
+  EXPECT_EQ(log.take(), (Lines{kLossOfConnectivity, rpcFault("CurrentTime"), kRestart}));
+  keepsRunning.probe();
+  EXPECT_EQ(log.take().size(), 3u) << "the thread went on";
+  EXPECT_EQ(keepsRunning.state(), sessionConnected);
+
+  EXPECT_EXIT(
+      {
+        Kel::logSinkIs(nullptr);
+        exits.probe();
+      },
+      testing::ExitedWithCode(255), output({rpcFault("CurrentTime"), kRestart, kRestart}));
+}
+
+// Rows of the failure table that no server produces, on hand-set state.
+class SoapExceptionTable : public testing::Test {
+ protected:
+  void SetUp() override { useThreadsafeDeathTests(); }
+  void stateIs(SessionState state) { updateSessionStatus(s.sessionStatus, state); }
+  // How gSOAP leaves a context whose socket timed out.
+  void timeOut() {
+    s.sm->vim()->soap->error = SOAP_EOF;
+    s.sm->vim()->soap->errnum = 0;
+  }
+
+  Session s{"Worker", "", kPassword, true, false};
+  LogCapture log;
+};
+
+TEST_F(SoapExceptionTable, TimeOutBeforeASessionStandsIsAConnectFailure) {
+  timeOut();
+  TraceCapture trace;
+  handleSoapException(s.sm, SoapException(SoapException::connectionException, "RetrieveServiceContent"));
+  EXPECT_TRUE(trace.has("Client side Timeout detected. Restarting agent")) << trace.text();
+  EXPECT_TRUE(trace.has("SoapException: RetrieveServiceContent ")) << trace.text();
+  EXPECT_EQ(log.take(), Lines{connectFailed("RetrieveServiceContent")});
+  EXPECT_EQ(s.state(), sessionDisconnected);
+  EXPECT_EQ(s.status().lastError.rfind("RetrieveServiceContent ", 0), 0u);
+}
+
+TEST_F(SoapExceptionTable, TimeOutOnALiveSessionEndsTheProcessWhateverTheFault) {
+  stateIs(sessionConnected);
+  timeOut();
+  EXPECT_EXIT(
+      {
+        Kel::logSinkIs(nullptr);
+        handleSoapException(s.sm, SoapException(SoapException::recoverableRpcException, "LogUserEvent"));
+      },
+      testing::ExitedWithCode(255), output({rpcFault("LogUserEvent"), kRestart}));
+  *soap_faultstring(s.sm->vim()->soap) = "Try Again";
+  EXPECT_EXIT(
+      {
+        Kel::logSinkIs(nullptr);
+        handleSoapException(s.sm, SoapException(SoapException::fatalRpcException, "WaitForUpdates"));
+      },
+              testing::ExitedWithCode(255), output({kRestart}, {"HARBEC_RPC_FAULT", kRestart + "\n" + kRestart}));
+}
+
+TEST_F(SoapExceptionTable, UnexpectedExceptionsAndStatesAreAssertions) {
+  const std::string unexpected = "0 && \"Unexpect SOAP exception type.\"";
+  stateIs(sessionInit);
+  EXPECT_DEATH(handleSoapException(s.sm, SoapException(SoapException::fatalRpcException, "CurrentTime")),
+               unexpected);
+  stateIs(sessionConnected);
+  for (SoapException::Id id : {SoapException::connectionException, SoapException::authenticationException,
+                               SoapException::unknownSoapException, SoapException::viException}) {
+    EXPECT_DEATH(
+        {
+          Harbec::traceHandle().levelsUpTo(0);
+          handleSoapException(s.sm, SoapException(id, "CreateFilter"));
+        },
+        output({"Unexpected SOAP exception in sessionConnected state.", "\tDetails: CreateFilter", unexpected}));
+  }
+  stateIs(SessionState(3));
+  EXPECT_DEATH(
+      {
+        Harbec::traceHandle().levelsUpTo(0);
+        handleSoapException(s.sm, SoapException(SoapException::fatalRpcException, "CurrentTime"));
+      },
+      output({"Unexpected session state SessionState(3)", "0 && \"Unexpect session state.\""}));
+}
+
+// A probe before any login is a fatal failure in a state that knows none.
+TEST_F(SoapExceptionTable, ProbeBeforeAnyLoginIsAnAssertion) {
+  s.config->urlIs(deadUrl());
+  EXPECT_DEATH(
+      {
+        Kel::logSinkIs(nullptr);
+        s.connect();
+        s.probe();
+      },
+      output({connectFailed("RetrieveServiceContent"), kLossOfConnectivity, "Unexpect SOAP exception type."}));
+}
+
+// Dispatch on hand-built requests; the handlers still to come leave only
+// their entry in the trace.
+class Dispatch : public testing::Test {
+ protected:
+  void SetUp() override { useThreadsafeDeathTests(); }
+  std::string routed(const SoapRequest::Ptr& request) {
+    TraceCapture trace;
+    s.sm->processSoapRequest(request);
+    return trace.text();
+  }
+  Session s{"UpdateThread", "", kPassword, false, false};
+};
+
+TEST_F(Dispatch, EachRequestTypeReachesItsHandler) {
+  auto withCallback = [](auto request) {
+    request->targetCallbackIs("cli");
+    request->socketIs(9);
+    return request;
+  };
+  auto block = [](bool b) {
+    CheckForUpdatesRequest::Ptr r = checkForUpdatesRequestFactory("cfu");
+    r->blockIs(b);
+    return r;
+  };
+  const std::vector<std::pair<SoapRequest::Ptr, std::string>> table = {
+      {counterUpdateRequestFactory("r"), "HarbecSm::handleCounterUpdateRequest("},
+      {connectRequestFactory("r"), "Harbec::cleanUp("},
+      {blockPortRequestFactory("r"), "HarbecSm::handleBlockPortRequest("},
+      {block(true), "Harbec::waitForUpdates("},
+      {block(false), "Harbec::checkForUpdates("},
+      {updateHostNwInfoRequestFactory("r"), "HarbecSm::handleUpdateHostNwInfoRequest("},
+      {fetchDvPortRequestFactory("r"), "HarbecSm::handleFetchDvPortRequest("},
+      {withCallback(fetchDvPortRequestFactory("r")), "HarbecSm::handleFetchDvPortRequestWithCallback("},
+      {refreshDvPortRequestFactory("r"), "HarbecSm::handleRefreshDvPortRequest("},
+      {withCallback(refreshDvPortRequestFactory("r")), "HarbecSm::handleRefreshDvPortRequestWithCallback("},
+      {logMsgRequestFactory("r"), "HarbecSm::handleLogMsgRequest("},
+  };
+  for (const auto& [request, handler] : table) {
+    std::string trace = routed(request);
+    EXPECT_NE(trace.find(handler), std::string::npos) << request->requestType() << "\n" << trace;
+  }
+  EXPECT_EQ(routed(fetchDvPortRequestFactory("r")).find("WithCallback"), std::string::npos);
+
+  s.sm->initializedIs(false);
+  EXPECT_EQ(routed(counterUpdateRequestFactory("r")), "") << "dropped in silence before initialisation";
+}
+
+TEST_F(Dispatch, UnknownTypesAndFailedCastsAreAssertions) {
+  for (unsigned type : {0u, 10u}) {
+    SoapRequest::Ptr request = connectRequestFactory("odd");
+    request->requestTypeIs(SoapRequestType(type));
+    EXPECT_DEATH(
+        {
+          Harbec::traceHandle().levelsUpTo(6);
+          s.sm->processSoapRequest(request);
+        },
+        output({"Request name: odd", "Request type: ", "0 && \"Unexpected request type.\""}));
+  }
+  const std::vector<std::pair<SoapRequestType, std::string>> casts = {
+      {counterUpdateRequestType, "counterUpdateReq && \"Cast to CounterUpdateRequest failed.\""},
+      {connectRequestType, "connectReq && \"Cast to ConnectRequest failed.\""},
+      {blockPortRequestType, "blockPortReq && \"Cast to BlockPortRequest failed.\""},
+      {checkForUpdatesRequestType, "checkForUpdatesReq && \"Cast to CheckForUpdatesRequest failed.\""},
+      {updateHostNwInfoRequestType, "updateHostNwInfoReq && \"Cast to UpdateHostNwInfo failed.\""},
+      {fetchDvPortRequestType, "fetchDvPortReq && \"Cast to FetchDvPortRequest failed.\""},
+      {refreshDvPortRequestType, "refreshDvPortReq && \"Cast to RefreshDvPortRequest failed.\""},
+      {connectionStatusRequestType, "connectionStatusReq && \"Cast to ConnectionStatusRequest failed.\""},
+      {logMsgRequestType, "logMsgReq && \"Cast to LogMsgRequest failed.\""},
+  };
+  for (const auto& [type, assertion] : casts) {
+    // A request of another class under the type's number.
+    SoapRequest::Ptr request = type == logMsgRequestType ? SoapRequest::Ptr(connectRequestFactory("c"))
+                                                         : SoapRequest::Ptr(logMsgRequestFactory("l"));
+    request->requestTypeIs(type);
+    EXPECT_DEATH(s.sm->processSoapRequest(request), output({assertion}));
+  }
+}
+
+// Only the message in flight may be answered.
+TEST(SoapStatusUpdates, AnswerToAnotherMessageIsAnAssertion) {
+  useThreadsafeDeathTests();
+  SoapStatus::Ptr status = soapStatusFactory("soapStatus");
+  updateSoapMsgSent(status, soapMsgLogin);
+  EXPECT_DEATH(updateSoapStatus(status, soapMsgCurrentTime, soapResultOk),
+               output({"displaySoapMsg == soapStatus->lastMsgSent()"}));
+  EXPECT_DEATH(updateSoapStatus(status, soapMsgCurrentTime, soapResultFailed),
+               output({"displaySoapMsg == soapStatus->lastMsgSent()"}));
+  updateSoapStatus(status, soapMsgLogin, soapResultFailed);
+  EXPECT_EQ(status->lastFailedMsgSentTime(), status->lastMsgSentTime());
+  EXPECT_GE(status->lastResponseTime(), status->lastMsgSentTime());
+}
+
+TEST(HostIds, LowestFreeFirstAndA4096AtExhaustion) {
+  freeAllHostIds();
+  EXPECT_EQ(getHostId(), 1u);
+  EXPECT_EQ(getHostId(), 2u);
+  EXPECT_EQ(getHostId(), 3u);
+  freeHostId(2);
+  freeHostId(2);
+  EXPECT_EQ(getHostId(), 2u);
+  EXPECT_EQ(getHostId(), 4u);
+  freeAllHostIds();
+  EXPECT_EQ(getHostId(), 1u);
+  for (unsigned id = 2; id < 4096; ++id) ASSERT_EQ(getHostId(), id);
+  EXPECT_EQ(getHostId(), 4096u);
+  EXPECT_EQ(getHostId(), 4096u);
+  freeHostId(4096);  // stays inside the table
+  EXPECT_EQ(getHostId(), 4096u);
+  freeHostId(4095);
+  EXPECT_EQ(getHostId(), 4095u);
+  freeAllHostIds();
+}
+
+}  // namespace
