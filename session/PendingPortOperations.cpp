@@ -1,7 +1,6 @@
-// Placeholders of the handlers and operations that are still being built:
-// the filters, the update loop and the port operations. Each only marks its
-// entry in the trace, so that the session links and dispatches; each moves
-// into a file of its own as it lands, and this file then goes.
+// Placeholders of the port operations, which are still being built: each
+// only marks its entry in the trace, so that the session links and
+// dispatches. This file goes when they land.
 #include "Kel/Trace.h"
 #include "session/HarbecSmInternal.h"
 
@@ -21,12 +20,6 @@ void HarbecSm::handleRefreshDvPortRequestWithCallback(const Kel::Ptr<const Refre
   HARBEC_TRACE_ENTRY();
 }
 
-void createPropFilter(Kel::Ptr<HarbecSm>) { HARBEC_TRACE_ENTRY(); }
-void createEventFilter(Kel::Ptr<HarbecSm>) { HARBEC_TRACE_ENTRY(); }
-void waitForUpdates(Kel::Ptr<HarbecSm>) { HARBEC_TRACE_ENTRY(); }
-void checkForUpdates(Kel::Ptr<HarbecSm>) { HARBEC_TRACE_ENTRY(); }
-void processUpdateSet(Kel::Ptr<HarbecSm>, ns2__UpdateSet*) { HARBEC_TRACE_ENTRY(); }
-void applyConfig(Kel::Ptr<HarbecSm>) { HARBEC_TRACE_ENTRY(); }
 void fetchDvPorts(HarbecSm::Ptr) { HARBEC_TRACE_ENTRY(); }
 void blockPort(HarbecSm::Ptr, Kel::String8, bool) { HARBEC_TRACE_ENTRY(); }
 
