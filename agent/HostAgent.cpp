@@ -1,0 +1,423 @@
+#include "agent/HostAgent.h"
+
+#include <unistd.h>
+
+#include <chrono>
+#include <cmath>
+#include <ctime>
+#include <map>
+#include <mutex>
+#include <ostream>
+#include <set>
+#include <thread>
+
+#include "Kel/Lock.h"
+#include "Kel/Log.h"
+#include "agent/Changes.h"
+#include "agent/Relays.h"
+#include "agent/SwitchView.h"
+#include "session/HarbecSm.h"
+#include "vshield/VmwareVsSm.h"
+
+namespace HarbecAgent {
+
+using namespace Harbec;
+
+double backoffDelay(unsigned attempt, double cap) {
+  if (attempt == 0) return 0;
+  double d = std::ldexp(1.0, static_cast<int>(std::min(attempt, 30u)) - 1);
+  return d < cap ? d : cap;
+}
+
+namespace {
+
+const double kRequestTimeout = 300;  // a SOAP call gives up after 180 s
+const double kSyncTimeout = 600;
+
+// vShield Manager paths of the five kinds of records, and of the heartbeat.
+struct VsEndpoint {
+  const char* name;
+  VsDataType type;
+  const char* path;
+};
+const VsEndpoint kHeartbeat{"heartbeat", vsHeartBeat, "api/2.0/global/heartbeat"};
+const VsEndpoint kVsData[] = {
+    {"clusters", vsCluster, "api/2.0/vdn/switches"},
+    {"multicastRanges", vsMulticastAddrRange, "api/2.0/vdn/config/multicasts"},
+    {"networkScopes", vsNetworkScope, "api/2.0/vdn/scopes"},
+    {"vniRanges", vsVniRange, "api/2.0/vdn/config/segments"},
+    {"virtualWires", vsVxlanSegment, "api/2.0/vdn/virtualwires"},
+};
+
+double now() {
+  return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
+}
+
+std::string clock() {
+  std::time_t t = std::time(nullptr);
+  char buf[16];
+  std::strftime(buf, sizeof buf, "%H:%M:%S", std::localtime(&t));
+  return buf;
+}
+
+// The text of a fault as one line of moderate length.
+std::string oneLine(const std::string& text) {
+  std::string out;
+  for (char c : text) {
+    if (c == '\n' || c == '\r' || c == '\t') c = ' ';
+    if (c == ' ' && (out.empty() || out.back() == ' ')) continue;
+    out += c;
+  }
+  while (!out.empty() && out.back() == ' ') out.pop_back();
+  return out.size() > 200 ? out.substr(0, 197) + "..." : out;
+}
+
+// A failed exchange as the session recorded it ("RetrieveServiceContent
+// SOAP 1.1 fault ... \"Connection refused\" Detail: connect failed in
+// tcp_connect()") told shortly: "RetrieveServiceContent: Connection refused
+// (connect failed in tcp_connect())".
+std::string faultReason(const std::string& lastError) {
+  std::string text = oneLine(lastError);
+  size_t open = text.find('"');
+  size_t close = open == std::string::npos ? open : text.find('"', open + 1);
+  if (close == std::string::npos) return text;
+  std::string reason = text.substr(0, text.find(' ')) + ": " + text.substr(open + 1, close - open - 1);
+  size_t detail = text.find("Detail: ", close);
+  if (detail != std::string::npos) reason += " (" + text.substr(detail + 8) + ")";
+  return reason;
+}
+
+bool digitsOnly(const std::string& s) {
+  return !s.empty() && s.size() < 10 && s.find_first_not_of("0123456789") == std::string::npos;
+}
+
+struct VcSession {
+  std::string instance;
+  SoapStatus::Ptr soapStatus = soapStatusFactory("soapStatus");
+  SessionStatus::Ptr sessionStatus = sessionStatusFactory("sessionStatus");
+  ViConfig::Ptr config = viConfigFactory("viConfig");
+  HarbecSm::Ptr sm;
+  SoapRelay::Ptr relay;
+  SoapThread::Ptr thread;
+};
+
+}  // namespace
+
+struct HostAgent::Impl {
+  Settings settings;
+  const Options& o;
+  std::ostream& out;
+  std::ostream& err;
+  std::mutex errMutex;
+  ServedRequests served;
+  unsigned serial = 0;
+
+  VI::Ptr vi = vIFactory("vi");
+  VcSession update, requests;
+
+  VS::Ptr vs;
+  RestStatus::Ptr restStatus;
+  SessionStatus::Ptr vsSessionStatus;
+  VsConfig::Ptr vsConfig;
+  VmwareVsSm::Ptr vsm;
+  RestRelay::Ptr restRelay;
+  RestThread::Ptr restThread;
+
+  Impl(Settings s, std::ostream& o_, std::ostream& e) : settings(std::move(s)), o(settings.options), out(o_), err(e) {}
+
+  void say(const std::string& line) {
+    std::lock_guard<std::mutex> g(errMutex);
+    err << line << std::endl;
+  }
+
+  void start();
+  void startSession(VcSession& s, const char* instance);
+  std::string post(VcSession& s, const SoapRequest::Ptr& r) {
+    s.thread->addWebServiceRequest(r);
+    return r->name().str();
+  }
+  std::string postRest(const RestRequest::Ptr& r) {
+    restThread->addWebServiceRequest(r);
+    return r->name().str();
+  }
+  Kel::Name fresh(const std::string& what) { return Kel::Name(what + "-" + std::to_string(++serial)); }
+
+  bool connect(VcSession& s, const std::atomic<bool>& stop, std::string* error);
+  bool waitForSync(const std::string& loop, const std::atomic<bool>& stop, std::string* error);
+  void addInterfaces();
+  bool discoverInterfaces();
+  std::vector<std::string> postRound(bool firstRound);
+  std::vector<std::string> postHints();
+  std::string postCounters();
+  Snapshot snapshot();
+  std::string vshieldState();
+  void print(const Snapshot& s);
+  bool sleepFor(double seconds, const std::atomic<bool>& stop);
+  int live(std::string loop, const std::atomic<bool>& stop);
+};
+
+void HostAgent::Impl::startSession(VcSession& s, const char* instance) {
+  s.instance = instance;
+  s.config->urlIs(o.vcenterUrl);
+  s.config->usernameIs(o.vcenterUser);
+  s.config->passwordIs(settings.vcenterPassword);
+  // A failed call on a live session is the agent's to answer: it sees the
+  // loop return and decides, rather than the library ending the process.
+  s.sm = harbecSmFactory(s.soapStatus, s.sessionStatus, instance, s.config, vi, false);
+  s.relay = SoapRelay::create(s.sm, &served);
+  s.thread = soapThreadFactory(s.relay);
+}
+
+void HostAgent::Impl::start() {
+  Kel::logSinkIs([this](const Kel::LogHandle& h, const Kel::String8& text) {
+    if (!o.quiet) say(clock() + " " + h.id().str() + ": " + text.str());
+  });
+  startSession(update, "UpdateThread");
+  startSession(requests, "RequestThread");
+  if (o.vsmUrl.empty()) return;
+  vs = vSFactory("vs");
+  restStatus = restStatusFactory("restStatus");
+  vsSessionStatus = sessionStatusFactory("vsSessionStatus");
+  vsConfig = vsConfigFactory("vsConfig");
+  vsConfig->urlIs(o.vsmUrl);
+  vsConfig->usernameIs(o.vsmUser);
+  vsConfig->passwordIs(settings.vsmPassword);
+  vsm = vmwareVsSmFactory(restStatus, vsSessionStatus, vsConfig, vs, false);
+  restRelay = RestRelay::create(vsm, &served);
+  restThread = restThreadFactory(restRelay);
+}
+
+bool HostAgent::Impl::sleepFor(double seconds, const std::atomic<bool>& stop) {
+  double until = now() + seconds;
+  while (!stop && now() < until) std::this_thread::sleep_for(std::chrono::milliseconds(50));
+  return !stop;
+}
+
+bool HostAgent::Impl::connect(VcSession& s, const std::atomic<bool>& stop, std::string* error) {
+  double deadline = o.retryFor > 0 ? now() + o.retryFor : INFINITY;
+  for (unsigned attempt = 1;; ++attempt) {
+    std::string name = post(s, connectRequestFactory(fresh("connect")));
+    if (!served.wait(name, kRequestTimeout)) {
+      *error = "vCenter at " + o.vcenterUrl + " did not answer the login";
+      return false;
+    }
+    std::string lastError;
+    {
+      Kel::ActivityLockAnchor lock;
+      if (s.sessionStatus->sessionState() == sessionConnected) return true;
+      lastError = s.soapStatus->lastError().str();
+    }
+    std::string reason = faultReason(lastError);
+    if (lastError.rfind("Invalid username and password.", 0) == 0) {
+      *error = "vCenter at " + o.vcenterUrl + " refused the login of " + o.vcenterUser;
+      return false;
+    }
+    double delay = backoffDelay(attempt);
+    if (now() + delay > deadline) {
+      *error = "cannot connect to vCenter at " + o.vcenterUrl + ": " + reason;
+      return false;
+    }
+    say(clock() + " vCenter not reachable (" + reason + "); attempt " + std::to_string(attempt + 1) + " in " +
+        std::to_string(static_cast<int>(delay)) + " s");
+    if (!sleepFor(delay, stop)) {
+      *error = "interrupted";
+      return false;
+    }
+  }
+}
+
+bool HostAgent::Impl::waitForSync(const std::string& loop, const std::atomic<bool>& stop, std::string* error) {
+  double deadline = now() + kSyncTimeout;
+  while (!stop && now() < deadline) {
+    {
+      Kel::ActivityLockAnchor lock;
+      if (vi->initialWaitForUpdate()) return true;
+    }
+    if (served.has(loop)) {
+      Kel::ActivityLockAnchor lock;
+      if (update.soapStatus->failureCount() == 0) return true;  // a loop that returned without a failure
+      *error = "the update loop failed: " + faultReason(update.soapStatus->lastError().str());
+      return false;
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  }
+  *error = stop ? "interrupted" : "no inventory from vCenter in " + std::to_string(int(kSyncTimeout)) + " s";
+  return false;
+}
+
+void HostAgent::Impl::addInterfaces() {
+  Kel::ActivityLockAnchor lock;
+  for (const std::string& n : o.interfaces) vi->intfToEsxMapIs(n);
+}
+
+// Without interface names, every interface that a host NIC's neighbour
+// data names for this switch is taken. True when one was added.
+bool HostAgent::Impl::discoverInterfaces() {
+  if (!o.interfaces.empty() || o.bridgeMac.empty()) return false;
+  Kel::ActivityLockAnchor lock;
+  bool added = false;
+  for (auto h = vi->esxHostIteratorConst(); h; ++h)
+    for (auto p = h.value()->pnicIteratorConst(); p; ++p) {
+      const Pnic& nic = *p.value();
+      if (nic.peerDevId().str() != o.bridgeMac || nic.peerIntf().empty() || vi->intfToEsxMap(nic.peerIntf())) continue;
+      vi->intfToEsxMapIs(nic.peerIntf());
+      added = true;
+    }
+  return added;
+}
+
+std::vector<std::string> HostAgent::Impl::postHints() {
+  if (o.bridgeMac.empty()) return {};
+  UpdateHostNwInfoRequest::Ptr r = updateHostNwInfoRequestFactory(fresh("hints"));
+  r->bridgeMacAddrIs(o.bridgeMac);
+  r->queryAllHostsIs(true);
+  return {post(requests, r)};
+}
+
+// Counters of the DV ports behind the interfaces: the uplinks and the
+// machines' NICs. Ports of standard switches have no counters here.
+std::string HostAgent::Impl::postCounters() {
+  Snapshot s = snapshot();
+  SwitchView view = switchView(s);
+  std::set<unsigned> ports;
+  for (const InterfaceView& iv : view.interfaces) {
+    if (iv.pnic && digitsOnly(iv.pnic->uplinkPortKey)) ports.insert(std::stoul(iv.pnic->uplinkPortKey));
+    for (const AttachedVm& a : iv.vms)
+      if (digitsOnly(a.nic->portKey)) ports.insert(std::stoul(a.nic->portKey));
+  }
+  if (ports.empty()) return "";
+  FetchDvPortRequest::Ptr r = fetchDvPortRequestFactory(fresh("counters"));
+  for (unsigned p : ports) r->dvPortEnq(p);
+  return post(requests, r);
+}
+
+// One round of the requests the agent repeats: neighbour hints, a probe of
+// the connection, port counters, and the vShield heartbeat and data.
+std::vector<std::string> HostAgent::Impl::postRound(bool firstRound) {
+  std::vector<std::string> names = postHints();
+  names.push_back(post(requests, connectionStatusRequestFactory(fresh("probe"))));
+  if (!firstRound) {
+    std::string c = postCounters();
+    if (!c.empty()) names.push_back(c);
+  }
+  if (restThread) {
+    RestRequest::Ptr hb = restRequestFactory(fresh(kHeartbeat.name), kHeartbeat.type, httpGET);
+    hb->endPointIs(kHeartbeat.path);
+    names.push_back(postRest(hb));
+    BatchedRestRequest::Ptr batch = batchedRestRequestFactory(fresh("vshieldData"), vsBatch, httpGET);
+    for (const VsEndpoint& e : kVsData) {
+      RestRequest::Ptr r = restRequestFactory(Kel::Name(e.name), e.type, httpGET);
+      r->endPointIs(e.path);
+      if (e.type == vsVxlanSegment) {
+        r->optionalArgIs("pagesize", "1024");
+        r->optionalArgIs("startindex", "0");
+      }
+      batch->restRequestIs(r);
+    }
+    names.push_back(postRest(batch));
+  }
+  return names;
+}
+
+Snapshot HostAgent::Impl::snapshot() {
+  Kel::ActivityLockAnchor lock;
+  return takeSnapshot(*vi, vs.ptr());
+}
+
+std::string HostAgent::Impl::vshieldState() {
+  Kel::ActivityLockAnchor lock;
+  if (vsSessionStatus->sessionState() == sessionConnected) return "connected";
+  std::string reason = restStatus->lastFailureReason().str();
+  return reason.empty() ? "not connected" : "not connected (HTTP " + reason + ")";
+}
+
+void HostAgent::Impl::print(const Snapshot& s) {
+  if (o.json) {
+    out << renderJson(s, o.once) << (o.once ? "" : "\n") << std::flush;
+    return;
+  }
+  out << "vCenter " << o.vcenterUrl << ": " << s.hosts.size() << " hosts, " << s.vms.size() << " VMs";
+  if (vsm) out << "; vShield Manager " << o.vsmUrl << ": " << vshieldState();
+  out << "\n\n" << renderText(s) << std::flush;
+}
+
+int HostAgent::Impl::live(std::string loop, const std::atomic<bool>& stop) {
+  Snapshot last = snapshot();
+  std::vector<std::string> round;
+  double nextRound = now() + o.pollEvery;
+  while (!stop) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(250));
+    if (served.has(loop)) {
+      std::string lastError;
+      {
+        Kel::ActivityLockAnchor lock;
+        lastError = update.soapStatus->lastError().str();
+      }
+      if (lastError.find("Try Again") == std::string::npos) {
+        say("harbec-agent: lost vCenter at " + o.vcenterUrl + ": " + faultReason(lastError));
+        return 1;
+      }
+      loop = post(update, [&] {
+        CheckForUpdatesRequest::Ptr r = checkForUpdatesRequestFactory(fresh("updates"));
+        r->blockIs(true);
+        return r;
+      }());
+    }
+    bool roundDone = true;
+    for (const std::string& n : round) roundDone = roundDone && served.has(n);
+    if (roundDone && now() >= nextRound) {
+      if (discoverInterfaces()) postHints();
+      round = postRound(false);
+      nextRound = now() + o.pollEvery;
+    }
+    Snapshot s = snapshot();
+    if (o.json) {
+      std::string a = renderJson(last, false), b = renderJson(s, false);
+      if (a != b) out << b << "\n" << std::flush;
+    } else {
+      for (const std::string& line : describeChanges(last, s)) out << clock() << " " << line << "\n" << std::flush;
+    }
+    last = std::move(s);
+  }
+  return 0;
+}
+
+HostAgent::HostAgent(Settings settings, std::ostream& out, std::ostream& err)
+    : impl_(new Impl(std::move(settings), out, err)) {}
+
+// The sessions and their threads live to the end of the process (see the
+// header), and so does what they write to.
+HostAgent::~HostAgent() = default;
+
+int HostAgent::run(const std::atomic<bool>& stop) {
+  Impl& a = *impl_;
+  a.start();
+  std::string error;
+  if (!a.connect(a.update, stop, &error) || !a.connect(a.requests, stop, &error)) {
+    a.say("harbec-agent: " + error);
+    return 1;
+  }
+  CheckForUpdatesRequest::Ptr wait = checkForUpdatesRequestFactory(a.fresh("updates"));
+  wait->blockIs(true);
+  std::string loop = a.post(a.update, wait);
+  if (!a.waitForSync(loop, stop, &error)) {
+    a.say("harbec-agent: " + error);
+    return 1;
+  }
+  if (afterFirstSync) afterFirstSync(a.snapshot());
+
+  a.addInterfaces();
+  std::vector<std::string> names = a.postRound(true);
+  for (const std::string& n : names) a.served.wait(n, kRequestTimeout);
+  if (a.discoverInterfaces())
+    for (const std::string& n : a.postHints()) a.served.wait(n, kRequestTimeout);
+  // Counters once the interfaces have their hosts.
+  std::string counters = a.postCounters();
+  if (!counters.empty()) a.served.wait(counters, kRequestTimeout);
+
+  a.print(a.snapshot());
+  if (a.o.once) return 0;
+  return a.live(loop, stop);
+}
+
+}  // namespace HarbecAgent

@@ -1,0 +1,50 @@
+// The host agent around the library: it builds the status, configuration
+// and root entities, makes the sessions and their threads, and posts every
+// request the library carries out. The library never retries: the connect
+// back-off, the rounds of neighbour hints, probes, port counters and
+// vShield requests, and the reaction to a lost update loop are decided here.
+#pragma once
+#include <atomic>
+#include <functional>
+#include <iosfwd>
+#include <string>
+
+#include "agent/Options.h"
+#include "agent/Snapshot.h"
+
+namespace HarbecAgent {
+
+// Seconds to wait before connect attempt `attempt` + 1, after `attempt`
+// failed ones: 1, 2, 4, ... up to `cap`.
+double backoffDelay(unsigned attempt, double cap = 30);
+
+// What the agent runs with: the options, with the passwords read.
+struct Settings {
+  Options options;
+  std::string vcenterPassword, vsmPassword;
+};
+
+class HostAgent {
+ public:
+  // `out` takes the view and the changes; `err` progress and log lines.
+  HostAgent(Settings settings, std::ostream& out, std::ostream& err);
+  ~HostAgent();
+  HostAgent(const HostAgent&) = delete;
+  HostAgent& operator=(const HostAgent&) = delete;
+
+  // Called once, after the first full inventory has arrived and before the
+  // first round of requests; the demo sets up its neighbours there.
+  std::function<void(const Snapshot&)> afterFirstSync;
+
+  // Runs until done (--once) or until `stop` is set; the exit status.
+  int run(const std::atomic<bool>& stop);
+
+  // The agent's threads stay behind: the update loop holds its thread
+  // until vCenter answers, so the process ends without joining them.
+
+ private:
+  struct Impl;
+  Impl* impl_;
+};
+
+}  // namespace HarbecAgent

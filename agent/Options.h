@@ -1,0 +1,39 @@
+// The agent's command line. Passwords never come on it: they are read from
+// a file, or from standard input with "-".
+#pragma once
+#include <string>
+#include <vector>
+
+namespace HarbecAgent {
+
+struct Options {
+  std::string vcenterUrl, vcenterUser, vcenterPasswordFile;
+  std::string vsmUrl, vsmUser, vsmPasswordFile;
+  std::string bridgeMac;
+  std::vector<std::string> interfaces;
+  bool once = false;
+  bool json = false;
+  bool demo = false;
+  bool quiet = false;      // no operator log lines on stderr
+  double retryFor = 60;    // seconds to keep trying to connect; 0: for ever
+  double pollEvery = 10;   // seconds between hint, probe, counter and vShield rounds
+};
+
+struct ParsedOptions {
+  Options options;
+  bool help = false;
+  std::string error;  // one line; empty when the command line is good
+};
+
+// argv[0] is the program's name.
+ParsedOptions parseOptions(int argc, const char* const* argv);
+std::string usage(const std::string& program);
+
+// "vc.example.com" -> "https://vc.example.com/sdk"; a full URL stays.
+std::string vcenterSdkUrl(const std::string& given);
+
+// The first line of a file ("-": the next line of standard input), without
+// its line end. Empty with *error set when it can't be read.
+std::string readSecret(const std::string& path, std::string* error);
+
+}  // namespace HarbecAgent

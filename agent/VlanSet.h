@@ -1,0 +1,36 @@
+// A set of VLAN ids 1..4094 plus "untagged", as a switch port is configured
+// to carry them. Port groups give their VLANs as text: one id, or a
+// comma-separated list of ranges "a-b"; an empty text is untagged traffic.
+#pragma once
+#include <bitset>
+#include <string>
+
+namespace HarbecAgent {
+
+class VlanSet {
+ public:
+  // Adds what a port group's VLAN text names; ids outside 1..4094 and
+  // malformed pieces are ignored.
+  void add(const std::string& text);
+  void add(const VlanSet& other);
+  void addUntagged() { untagged_ = true; }
+
+  bool contains(unsigned vlan) const { return vlan >= 1 && vlan <= 4094 && ids_[vlan]; }
+  bool untagged() const { return untagged_; }
+  bool empty() const { return !untagged_ && ids_.none(); }
+
+  // "untagged", "100-102,200", "untagged,7"; empty for an empty set.
+  std::string text() const;
+
+  bool operator==(const VlanSet& o) const { return untagged_ == o.untagged_ && ids_ == o.ids_; }
+
+ private:
+  std::bitset<4095> ids_;
+  bool untagged_ = false;
+};
+
+// The VLAN text of a port group: its trunk ranges, its access VLAN, or
+// empty (untagged).
+std::string portGroupVlans(bool trunk, const std::string& trunkAllowedVlans, const std::string& accessVlanId);
+
+}  // namespace HarbecAgent

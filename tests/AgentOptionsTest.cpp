@@ -1,0 +1,82 @@
+// The host agent's command line, its password files and its connect
+// back-off.
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <fstream>
+
+#include "agent/HostAgent.h"
+#include "agent/Options.h"
+
+using namespace HarbecAgent;
+
+namespace {
+
+ParsedOptions parse(std::vector<const char*> args) {
+  args.insert(args.begin(), "harbec-agent");
+  return parseOptions(static_cast<int>(args.size()), args.data());
+}
+
+}  // namespace
+
+TEST(AgentOptions, FullCommandLine) {
+  ParsedOptions p = parse({"--vcenter", "vc.example.com", "--user=admin", "--password-file", "-", "--vsm",
+                           "https://vsm.example.com/", "--vsm-user", "vsadmin", "--vsm-password-file=/run/vsm",
+                           "--bridge-mac", "00:1c:73:aa:bb:cc", "--interfaces", "Ethernet1,Ethernet2",
+                           "--interface=Ethernet3", "--once", "--json", "--retry-for", "5", "--poll=2.5", "-q"});
+  ASSERT_EQ(p.error, "");
+  const Options& o = p.options;
+  EXPECT_EQ(o.vcenterUrl, "https://vc.example.com/sdk");
+  EXPECT_EQ(o.vcenterUser, "admin");
+  EXPECT_EQ(o.vcenterPasswordFile, "-");
+  EXPECT_EQ(o.vsmUrl, "https://vsm.example.com");
+  EXPECT_EQ(o.vsmPasswordFile, "/run/vsm");
+  EXPECT_EQ(o.interfaces, (std::vector<std::string>{"Ethernet1", "Ethernet2", "Ethernet3"}));
+  EXPECT_TRUE(o.once && o.json && o.quiet && !o.demo);
+  EXPECT_EQ(o.retryFor, 5);
+  EXPECT_EQ(o.pollEvery, 2.5);
+  EXPECT_EQ(vcenterSdkUrl("https://vc:8443/sdk"), "https://vc:8443/sdk");
+}
+
+TEST(AgentOptions, DemoWithoutVcenterAndHelp) {
+  ParsedOptions p = parse({"--once"});
+  EXPECT_EQ(p.error, "");
+  EXPECT_TRUE(p.options.demo);
+  EXPECT_TRUE(parse({"--once", "--help", "--bogus"}).help);
+  EXPECT_NE(usage("harbec-agent").find("--password-file FILE"), std::string::npos);
+}
+
+TEST(AgentOptions, BadCommandLinesGetOneLineReasons) {
+  const std::pair<std::vector<const char*>, std::string> cases[] = {
+      {{"--vcenter", "vc", "--user", "u", "--password", "secret"},
+       "passwords are not taken on the command line: use --password-file"},
+      {{"--vcenter"}, "option --vcenter needs a value"},
+      {{"--frobnicate"}, "unknown option --frobnicate"},
+      {{"--once=yes"}, "option --once takes no value"},
+      {{"--retry-for", "soon"}, "option --retry-for wants seconds, not 'soon'"},
+      {{"--vcenter", "vc", "--password-file", "-"}, "--vcenter needs --user"},
+      {{"--vcenter", "vc", "--user", "u"}, "--vcenter needs --password-file (- for standard input)"},
+      {{"--demo", "--vcenter", "vc"}, "--demo brings its own vCenter: leave out --vcenter"},
+      {{"--vsm", "http://vsm"}, "--vsm needs --vsm-user and --vsm-password-file"},
+      {{"--vsm-user", "u"}, "--vsm-user and --vsm-password-file need --vsm"},
+  };
+  for (const auto& [args, error] : cases) EXPECT_EQ(parse(args).error, error);
+}
+
+TEST(AgentOptions, PasswordFileFirstLine) {
+  std::string path = testing::TempDir() + "agent-password";
+  std::ofstream(path) << "s3cret\r\nsecond line\n";
+  std::string error;
+  EXPECT_EQ(readSecret(path, &error), "s3cret");
+  EXPECT_EQ(error, "");
+  std::remove(path.c_str());
+  EXPECT_EQ(readSecret(path, &error), "");
+  EXPECT_EQ(error, "cannot read password file " + path);
+}
+
+TEST(AgentOptions, ConnectBackoffDoublesUpToItsCap) {
+  std::vector<double> delays;
+  for (unsigned attempt = 1; attempt <= 7; ++attempt) delays.push_back(backoffDelay(attempt));
+  EXPECT_EQ(delays, (std::vector<double>{1, 2, 4, 8, 16, 30, 30}));
+  EXPECT_EQ(backoffDelay(100, 5), 5);
+}
