@@ -218,6 +218,7 @@ func (s *Simulator) controlHandler() http.Handler {
 		},
 	})
 
+	s.registerConnecteeRoutes(route)
 	// Network hints.
 	route("/hints", map[string]func(*http.Request) (interface{}, error){
 		"GET": func(*http.Request) (interface{}, error) { return s.hints.list(), nil },
@@ -680,6 +681,7 @@ func (s *Simulator) portView(uuid string, p dvPort) PortView {
 	if wp.Config.Setting != nil {
 		v.Blocked = policyJSON(wp.Config.Setting.GetDVPortSetting().Blocked)
 	}
+	showConnectee(&v, wp, st.Connectee)
 	v.LinkUp = p.PoweredOn
 	if st.LinkUp != nil {
 		v.LinkUp = *st.LinkUp

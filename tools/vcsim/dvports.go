@@ -29,6 +29,7 @@ type portState struct {
 	Blocked       *types.BoolPolicy // nil: the setting has no blocked policy
 	OmitState     bool              // reply without state
 	OmitConnectee bool              // reply without connectee
+	Connectee     *ConnecteeOverride // nil: the connectee the inventory gives
 	Changed       time.Time
 }
 
@@ -243,6 +244,7 @@ func (s *Simulator) wirePort(uuid string, p dvPort) types.DistributedVirtualPort
 			AddressHint:     p.Mac,
 		}
 	}
+	applyConnectee(&port, st.Connectee)
 	if !st.OmitState {
 		port.State = &types.DVPortState{
 			RuntimeInfo: &types.DVPortStatus{
@@ -292,7 +294,7 @@ func stringIn(list []string, v string) bool {
 }
 
 // portMatches applies a port criteria. Every listed port is connected.
-func portMatches(c *types.DistributedVirtualSwitchPortCriteria, p dvPort, linkUp bool) bool {
+func portMatches(c *types.DistributedVirtualSwitchPortCriteria, keys map[string]bool, p dvPort, linkUp bool) bool {
 	if c == nil {
 		return true
 	}
@@ -305,7 +307,7 @@ func portMatches(c *types.DistributedVirtualSwitchPortCriteria, p dvPort, linkUp
 	if c.UplinkPort != nil && *c.UplinkPort != p.Uplink {
 		return false
 	}
-	if len(c.PortKey) != 0 && !stringIn(c.PortKey, p.Key) {
+	if len(c.PortKey) != 0 && !keys[p.Key] {
 		return false
 	}
 	if len(c.PortgroupKey) != 0 {
@@ -333,11 +335,17 @@ func (s *Simulator) fetchDVPorts(ctx *simulator.Context, sess session, m *simula
 		return body
 	}
 	uuid, ports := switchPorts(dvs)
+	keys := map[string]bool{}
+	if req.Criteria != nil {
+		for _, k := range req.Criteria.PortKey {
+			keys[k] = true
+		}
+	}
 	res := &types.FetchDVPortsResponse{}
 	for _, p := range ports {
 		wp := s.wirePort(uuid, p)
 		linkUp := wp.State != nil && wp.State.RuntimeInfo != nil && wp.State.RuntimeInfo.LinkUp
-		if portMatches(req.Criteria, p, linkUp) {
+		if portMatches(req.Criteria, keys, p, linkUp) {
 			res.Returnval = append(res.Returnval, wp)
 		}
 	}

@@ -285,7 +285,7 @@ func firstPortgroup(dc types.ManagedObjectReference) *simulator.DistributedVirtu
 	return nil
 }
 
-// createVM makes a machine with one network card on a host. network names
+// createVM makes a machine with -vm-nics network cards on a host. network names
 // a distributed port group or a standard network; nil means the first
 // distributed port group of the datacenter, or "VM Network" without one.
 func (s *Simulator) createVM(ctx context.Context, name string, hostRef types.ManagedObjectReference, network *types.ManagedObjectReference, powerOn bool) (types.ManagedObjectReference, error) {
@@ -300,7 +300,6 @@ func (s *Simulator) createVM(ctx context.Context, name string, hostRef types.Man
 		return none, fmt.Errorf("host %s is in no datacenter", hostRef.Value)
 	}
 
-	var backing types.BaseVirtualDeviceBackingInfo
 	var pg *simulator.DistributedVirtualPortgroup
 	if network == nil {
 		pg = firstPortgroup(dcRef)
@@ -310,25 +309,17 @@ func (s *Simulator) createVM(ctx context.Context, name string, hostRef types.Man
 			return none, fmt.Errorf("no port group %s", network.Value)
 		}
 	}
+	var pgKey, uuid, netName string
 	if pg != nil {
-		var pgKey string
 		var dvsRef types.ManagedObjectReference
 		simulator.Map.WithLock(pg, func() { pgKey, dvsRef = pg.Key, *pg.Config.DistributedVirtualSwitch })
 		dvs, ok := simulator.Map.Get(dvsRef).(*simulator.DistributedVirtualSwitch)
 		if !ok {
 			return none, fmt.Errorf("port group %s has no switch", pg.Self.Value)
 		}
-		var uuid string
 		simulator.Map.WithLock(dvs, func() { uuid = dvs.Uuid })
-		backing = &types.VirtualEthernetCardDistributedVirtualPortBackingInfo{
-			Port: types.DistributedVirtualSwitchPortConnection{
-				SwitchUuid:   uuid,
-				PortgroupKey: pgKey,
-				PortKey:      s.ports.alloc(uuid),
-			},
-		}
 	} else {
-		netName := standardNet
+		netName = standardNet
 		if network != nil {
 			n, ok := simulator.Map.Get(*network).(mo.Entity)
 			if !ok {
@@ -336,28 +327,45 @@ func (s *Simulator) createVM(ctx context.Context, name string, hostRef types.Man
 			}
 			netName = entityName(n.Reference())
 		}
-		backing = &types.VirtualEthernetCardNetworkBackingInfo{
-			VirtualDeviceDeviceBackingInfo: types.VirtualDeviceDeviceBackingInfo{DeviceName: netName},
-		}
 	}
 
-	card := esx.EthernetCard
-	card.Backing = backing
-	connectable := *card.Connectable
-	card.Connectable = &connectable
-	unit := *card.UnitNumber
-	card.UnitNumber = &unit
-
-	spec := types.VirtualMachineConfigSpec{
-		Name:     name,
-		GuestId:  string(types.VirtualMachineGuestOsIdentifierOtherGuest),
-		NumCPUs:  1,
-		MemoryMB: 512,
-		Files:    &types.VirtualMachineFileInfo{VmPathName: "[" + datastoreName + "]"},
-		DeviceChange: []types.BaseVirtualDeviceConfigSpec{&types.VirtualDeviceConfigSpec{
+	// The cards all go on the same network, each on a port of its own.
+	var changes []types.BaseVirtualDeviceConfigSpec
+	for i := 0; i < s.cfg.NicsPerVM; i++ {
+		var backing types.BaseVirtualDeviceBackingInfo
+		if pg != nil {
+			backing = &types.VirtualEthernetCardDistributedVirtualPortBackingInfo{
+				Port: types.DistributedVirtualSwitchPortConnection{
+					SwitchUuid:   uuid,
+					PortgroupKey: pgKey,
+					PortKey:      s.ports.alloc(uuid),
+				},
+			}
+		} else {
+			backing = &types.VirtualEthernetCardNetworkBackingInfo{
+				VirtualDeviceDeviceBackingInfo: types.VirtualDeviceDeviceBackingInfo{DeviceName: netName},
+			}
+		}
+		card := esx.EthernetCard
+		card.Key += int32(i)
+		card.Backing = backing
+		connectable := *card.Connectable
+		card.Connectable = &connectable
+		unit := *card.UnitNumber + int32(i)
+		card.UnitNumber = &unit
+		changes = append(changes, &types.VirtualDeviceConfigSpec{
 			Operation: types.VirtualDeviceConfigSpecOperationAdd,
 			Device:    &card,
-		}},
+		})
+	}
+
+	spec := types.VirtualMachineConfigSpec{
+		Name:         name,
+		GuestId:      string(types.VirtualMachineGuestOsIdentifierOtherGuest),
+		NumCPUs:      1,
+		MemoryMB:     512,
+		Files:        &types.VirtualMachineFileInfo{VmPathName: "[" + datastoreName + "]"},
+		DeviceChange: changes,
 	}
 
 	var poolRef *types.ManagedObjectReference

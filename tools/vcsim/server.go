@@ -32,6 +32,7 @@ type Config struct {
 	Clusters        int // per datacenter
 	ClusterHosts    int // per cluster
 	VMsPerHost      int
+	NicsPerVM       int // network cards of each machine
 	Portgroups      int // distributed port groups per datacenter; 0: no distributed switch
 
 	CertFile string
@@ -55,6 +56,7 @@ func DefaultConfig() Config {
 		Clusters:        1,
 		ClusterHosts:    2,
 		VMsPerHost:      2,
+		NicsPerVM:       1,
 		Portgroups:      2,
 		ExitOnStdinEOF:  true,
 	}
@@ -69,6 +71,9 @@ func (c Config) validate() error {
 	}
 	if c.Datacenters < 1 {
 		return errors.New("at least one datacenter is needed")
+	}
+	if c.NicsPerVM < 1 || c.NicsPerVM > 10 {
+		return errors.New("machines have 1 to 10 network cards")
 	}
 	for _, n := range []int{c.StandaloneHosts, c.Clusters, c.ClusterHosts, c.VMsPerHost, c.Portgroups} {
 		if n < 0 {

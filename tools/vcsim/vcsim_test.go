@@ -1174,6 +1174,32 @@ func TestDVPorts(t *testing.T) {
 		}
 	})
 
+	t.Run("connectee changed through the control interface", func(t *testing.T) {
+		var view PortView
+		mustCtl(t, "POST", "/ports/connectee", map[string]interface{}{"dvs": dvs.Value, "key": uplinkKey, "type": "hostVmkVnic", "nicKey": "vmk1"}, &view)
+		if view.ConnecteeType != "hostVmkVnic" || view.NicKey != "vmk1" || view.Entity.Value != host.Ref {
+			t.Errorf("view %+v", view)
+		}
+		p := fetchPorts(t, c, dvs, uplinkKey)[0]
+		if p.Connectee.Type != "hostVmkVnic" || p.Connectee.NicKey != "vmk1" || p.Connectee.ConnectedEntity.Value != host.Ref || p.ProxyHost.Value != host.Ref {
+			t.Errorf("changed port %+v", p.Connectee)
+		}
+		mustCtl(t, "POST", "/ports/connectee", map[string]interface{}{"dvs": dvs.Value, "key": vmKey, "entity": "vm-1", "proxyHost": host.Ref}, nil)
+		p = fetchPorts(t, c, dvs, vmKey)[0]
+		if p.Connectee.Type != "vmVnic" || p.Connectee.ConnectedEntity.Type != "VirtualMachine" || p.Connectee.ConnectedEntity.Value != "vm-1" || p.ProxyHost.Value != host.Ref {
+			t.Errorf("changed machine port %+v", p.Connectee)
+		}
+		for _, key := range []string{uplinkKey, vmKey} {
+			mustCtl(t, "POST", "/ports/connectee", map[string]interface{}{"dvs": dvs.Value, "key": key, "clear": true}, nil)
+		}
+		if p := fetchPorts(t, c, dvs, uplinkKey)[0]; p.Connectee.Type != "pnic" || p.Connectee.NicKey != uplinkDevice {
+			t.Errorf("cleared port %+v", p.Connectee)
+		}
+		if code := ctl(t, "POST", "/ports/connectee", map[string]interface{}{"dvs": dvs.Value, "key": "9999"}, nil); code != 404 {
+			t.Errorf("unknown port: %d", code)
+		}
+	})
+
 	t.Run("port state set through the control interface", func(t *testing.T) {
 		stats := PortStats{PacketsInUnicast: 11, PacketsOutMulticast: 22, BytesInBroadcast: 33, PacketsOutDropped: 44}
 		mustCtl(t, "POST", "/ports", map[string]interface{}{"dvs": dvs.Value, "key": vmKey, "linkUp": false, "mtu": 9000, "stats": stats}, nil)
