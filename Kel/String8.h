@@ -83,6 +83,7 @@ class String8 {
 
   const char* charPtr() const { return d_ ? reinterpret_cast<const char*>(d_->bytes) : ""; }
   size_t length() const { return d_ ? d_->length : 0; }
+  size_t size() const { return length(); }
   bool empty() const { return length() == 0; }
   uint32_t hash() const { return d_ ? d_->hash : emptyHash(); }
   std::string str() const { return std::string(charPtr(), length()); }

@@ -7,6 +7,9 @@
 // This header is what the host agent sees; it needs none of the generated
 // vim25 headers.
 #pragma once
+#include <signal.h>
+
+#include <cstdint>
 #include <string>
 
 #include "inventory/VI.h"
@@ -100,5 +103,15 @@ void createAlarm(Kel::Ptr<HarbecSm> sm, VimBinding* vim, std::string entity, std
                  std::string description);
 
 std::ostream& operator<<(std::ostream& os, const HarbecSm& sm);
+
+using U32 = uint32_t;
+
+// The SIGPIPE action to be in force while no client socket is open, kept by
+// the agent, which ignores SIGPIPE while it answers a client.
+extern struct sigaction currentAction;
+
+// Closes the socket of a client whose answer was delivered from
+// VI::responsesWithCallback, and puts currentAction back for SIGPIPE.
+void closeSocket(U32 socket);
 
 }  // namespace Harbec
