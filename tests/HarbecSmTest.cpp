@@ -540,11 +540,21 @@ TEST_F(SoapExceptionTable, ProbeBeforeAnyLoginIsAnAssertion) {
       output({connectFailed("RetrieveServiceContent"), kLossOfConnectivity, "Unexpect SOAP exception type."}));
 }
 
-// Dispatch on hand-built requests; the handlers still to come leave only
-// their entry in the trace.
+// Dispatch on hand-built requests. The session is marked live without a
+// login, so that handlers whose calls fail only log; a waiting client is a
+// socket of the test's own.
 class Dispatch : public testing::Test {
  protected:
-  void SetUp() override { useThreadsafeDeathTests(); }
+  void SetUp() override {
+    useThreadsafeDeathTests();
+    updateSessionStatus(s.sessionStatus, sessionConnected);
+    ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, client), 0);
+  }
+  void TearDown() override {
+    close(client[0]);
+    close(client[1]);
+  }
+  int client[2] = {-1, -1};
   std::string routed(const SoapRequest::Ptr& request) {
     TraceCapture trace;
     s.sm->processSoapRequest(request);
@@ -554,9 +564,10 @@ class Dispatch : public testing::Test {
 };
 
 TEST_F(Dispatch, EachRequestTypeReachesItsHandler) {
-  auto withCallback = [](auto request) {
+  auto withCallback = [this](auto request) {
     request->targetCallbackIs("cli");
-    request->socketIs(9);
+    request->socketIs(static_cast<unsigned>(dup(client[0])));
+    request->dvsMoIdIs("dvs-9");
     return request;
   };
   auto block = [](bool b) {
