@@ -1,5 +1,6 @@
 #include "agent/Demo.h"
 
+#include <chrono>
 #include <set>
 
 #include "VcSim.h"
@@ -61,7 +62,11 @@ struct Demo::Peers {
 Demo::Demo() = default;
 Demo::~Demo() { stop(); }
 
-void Demo::stop() { peers_.reset(); }
+void Demo::stop() {
+  stopPlaying_ = true;
+  if (player_.joinable()) player_.join();
+  peers_.reset();
+}
 
 void Demo::start(Settings& settings) {
   peers_ = std::make_unique<Peers>();
@@ -101,6 +106,7 @@ void Demo::announce(const Snapshot& s) {
   const HostInfo* elsewhere = nullptr;
   for (auto h = s.hosts.rbegin(); h != s.hosts.rend() && !elsewhere; ++h)
     if (h->ref != busyHostRef_ || s.hosts.size() == 1) elsewhere = &*h;
+  elsewhereRef_ = elsewhere ? elsewhere->ref : "";
   unsigned port = 1;
   for (const HostInfo& h : s.hosts) {
     for (const PnicInfo& p : h.pnics) {
@@ -126,6 +132,61 @@ void Demo::announce(const Snapshot& s) {
       "{\"path\":\"api/2.0/vdn/config/segments\",\"generate\":{\"kind\":\"segmentRanges\",\"count\":1}},"
       "{\"path\":\"api/2.0/vdn/config/multicasts\",\"generate\":{\"kind\":\"multicastRanges\",\"count\":1}},"
       "{\"path\":\"api/2.0/vdn/switches\",\"generate\":{\"kind\":\"clusterMappings\",\"count\":1}}]");
+}
+
+
+void Demo::playChanges(const Snapshot& s) {
+  // A powered-on machine with a port on the distributed switch, on a host
+  // cabled to this switch (see announce), and another such host to migrate
+  // it to.
+  const VmInfo* vm = nullptr;
+  const HostInfo* home = nullptr;
+  const HostInfo* away = nullptr;
+  for (const VmInfo& v : s.vms) {
+    const HostInfo* h = s.host(v.hostRef);
+    const PnicInfo* uplink = h ? h->pnic("vmnic1") : nullptr;
+    if (vm || !v.poweredOn || v.nics.empty() || v.nics[0].portKey.empty() || !uplink || h->ref == elsewhereRef_)
+      continue;
+    vm = &v;
+    home = h;
+  }
+  for (const HostInfo& h : s.hosts) {
+    const PnicInfo* uplink = h.pnic("vmnic1");
+    if (home && &h != home && uplink && h.ref != elsewhereRef_) away = &h;
+  }
+  if (!vm || !away || dvsRef_.empty()) return;
+
+  const std::string ref = vm->ref, from = home->ref, to = away->ref, port = home->pnic("vmnic1")->uplinkPortKey;
+  auto event = [](const std::string& type, const std::string& fields) {
+    return "{\"type\":\"" + type + "\"," + fields + "}";
+  };
+  std::vector<std::pair<std::string, std::string>> steps = {
+      {"/vm/power", "{\"vm\":" + jsonText(ref) + ",\"state\":\"poweredOff\"}"},
+      {"/events", event("VmBeingHotMigratedEvent", "\"vm\":" + jsonText(ref) + ",\"destHost\":" + jsonText(to))},
+      {"/vm/migrate", "{\"vm\":" + jsonText(ref) + ",\"host\":" + jsonText(to) + "}"},
+      {"/events", event("VmMigratedEvent", "\"vm\":" + jsonText(ref) + ",\"host\":" + jsonText(to) +
+                                               ",\"sourceHost\":" + jsonText(from))},
+      {"/events", event("DvsPortLinkDownEvent", "\"dvs\":" + jsonText(dvsRef_) + ",\"portKey\":" + jsonText(port))},
+      {"/events", event("DvsPortLinkUpEvent",
+                        "\"dvs\":" + jsonText(dvsRef_) + ",\"portKey\":" + jsonText(port) + ",\"linkUp\":true")},
+      {"/events", event("VmBeingHotMigratedEvent", "\"vm\":" + jsonText(ref) + ",\"destHost\":" + jsonText(from))},
+      {"/vm/migrate", "{\"vm\":" + jsonText(ref) + ",\"host\":" + jsonText(from) + "}"},
+      {"/events", event("VmMigratedEvent", "\"vm\":" + jsonText(ref) + ",\"host\":" + jsonText(from) +
+                                               ",\"sourceHost\":" + jsonText(to))},
+      {"/vm/power", "{\"vm\":" + jsonText(ref) + ",\"state\":\"poweredOn\"}"},
+  };
+  vcsim::Simulator* vc = &peers_->vc;
+  player_ = std::thread([this, vc, steps] {
+    for (size_t i = 0; !stopPlaying_; i = (i + 1) % steps.size()) {
+      for (int t = 0; t < 40 && !stopPlaying_; ++t) std::this_thread::sleep_for(std::chrono::milliseconds(100));
+      if (stopPlaying_) return;
+      try {
+        vc->call("POST", steps[i].first, steps[i].second);
+      } catch (const std::exception&) {
+        return;  // the simulator has gone
+      }
+    }
+  });
 }
 
 }  // namespace HarbecAgent

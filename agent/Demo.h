@@ -3,8 +3,10 @@
 // cabled to this switch, and the options that point the agent at them. The
 // peers stop with the object, or with this process.
 #pragma once
+#include <atomic>
 #include <memory>
 #include <string>
+#include <thread>
 
 #include "agent/HostAgent.h"
 
@@ -23,6 +25,10 @@ class Demo {
   // switch over CDP and LLDP, and the stand-in serves segments on the
   // inventory's port groups.
   void announce(const Snapshot& s);
+  // For the live mode: every few seconds a change in the simulator, in a
+  // round that starts over: a machine powers off, migrates away and back,
+  // an uplink's link goes down and up, the machine powers on.
+  void playChanges(const Snapshot& s);
   void stop();
 
   static constexpr const char* kBridgeMac = "00:1c:73:aa:bb:cc";
@@ -32,7 +38,9 @@ class Demo {
   struct Peers;
   std::unique_ptr<Peers> peers_;
   std::string bridgeMac_;
-  std::string dvsRef_, busyHostRef_;
+  std::string dvsRef_, busyHostRef_, elsewhereRef_;
+  std::atomic<bool> stopPlaying_{false};
+  std::thread player_;
 };
 
 }  // namespace HarbecAgent

@@ -114,6 +114,10 @@ struct HostAgent::Impl {
 
   VI::Ptr vi = vIFactory("vi");
   VcSession update, requests;
+  // Port counters are given up after their first failure: a vCenter that
+  // refuses FetchDVPorts refuses it every time.
+  bool countersWanted = true;
+  unsigned failuresBeforeRound = 0;
 
   VS::Ptr vs;
   RestStatus::Ptr restStatus;
@@ -149,6 +153,7 @@ struct HostAgent::Impl {
   std::vector<std::string> postRound(bool firstRound);
   std::vector<std::string> postHints();
   std::string postCounters();
+  void checkCounters();
   Snapshot snapshot();
   std::string vshieldState();
   void print(const Snapshot& s);
@@ -277,6 +282,7 @@ std::vector<std::string> HostAgent::Impl::postHints() {
 // Counters of the DV ports behind the interfaces: the uplinks and the
 // machines' NICs. Ports of standard switches have no counters here.
 std::string HostAgent::Impl::postCounters() {
+  if (!countersWanted) return "";
   Snapshot s = snapshot();
   SwitchView view = switchView(s);
   std::set<unsigned> ports;
@@ -294,6 +300,10 @@ std::string HostAgent::Impl::postCounters() {
 // One round of the requests the agent repeats: neighbour hints, a probe of
 // the connection, port counters, and the vShield heartbeat and data.
 std::vector<std::string> HostAgent::Impl::postRound(bool firstRound) {
+  {
+    Kel::ActivityLockAnchor lock;
+    failuresBeforeRound = requests.soapStatus->failureCount();
+  }
   std::vector<std::string> names = postHints();
   names.push_back(post(requests, connectionStatusRequestFactory(fresh("probe"))));
   if (!firstRound) {
@@ -317,6 +327,18 @@ std::vector<std::string> HostAgent::Impl::postRound(bool firstRound) {
     names.push_back(postRest(batch));
   }
   return names;
+}
+
+void HostAgent::Impl::checkCounters() {
+  std::string lastError;
+  {
+    Kel::ActivityLockAnchor lock;
+    if (requests.soapStatus->failureCount() == failuresBeforeRound) return;
+    lastError = requests.soapStatus->lastError().str();
+  }
+  if (!countersWanted || lastError.rfind("FetchDVPorts", 0) != 0) return;
+  countersWanted = false;
+  say(clock() + " port counters are not available from this vCenter (" + faultReason(lastError) + "); no more asked");
 }
 
 Snapshot HostAgent::Impl::snapshot() {
@@ -365,6 +387,10 @@ int HostAgent::Impl::live(std::string loop, const std::atomic<bool>& stop) {
     }
     bool roundDone = true;
     for (const std::string& n : round) roundDone = roundDone && served.has(n);
+    if (roundDone && !round.empty()) {
+      round.clear();
+      checkCounters();
+    }
     if (roundDone && now() >= nextRound) {
       if (discoverInterfaces()) postHints();
       round = postRound(false);
@@ -392,6 +418,7 @@ HostAgent::~HostAgent() = default;
 int HostAgent::run(const std::atomic<bool>& stop) {
   Impl& a = *impl_;
   a.start();
+  if (a.o.bridgeMac.empty()) a.say("harbec-agent: without --bridge-mac no interface can be tied to a host");
   std::string error;
   if (!a.connect(a.update, stop, &error) || !a.connect(a.requests, stop, &error)) {
     a.say("harbec-agent: " + error);
@@ -413,7 +440,10 @@ int HostAgent::run(const std::atomic<bool>& stop) {
     for (const std::string& n : a.postHints()) a.served.wait(n, kRequestTimeout);
   // Counters once the interfaces have their hosts.
   std::string counters = a.postCounters();
-  if (!counters.empty()) a.served.wait(counters, kRequestTimeout);
+  if (!counters.empty()) {
+    a.served.wait(counters, kRequestTimeout);
+    a.checkCounters();
+  }
 
   a.print(a.snapshot());
   if (a.o.once) return 0;

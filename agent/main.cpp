@@ -74,7 +74,11 @@ int main(int argc, char** argv) {
   }
 
   HostAgent agent(settings, std::cout, std::cerr);
-  if (settings.options.demo) agent.afterFirstSync = [&demo](const Snapshot& s) { demo.announce(s); };
+  if (settings.options.demo)
+    agent.afterFirstSync = [&demo, &settings](const Snapshot& s) {
+      demo.announce(s);
+      if (!settings.options.once) demo.playChanges(s);
+    };
   int status = 1;
   try {
     status = agent.run(stopRequested);
