@@ -28,7 +28,7 @@ namespace peer {
 namespace fs = std::filesystem;
 
 inline fs::path toolDir(const std::string& tool) {
-  return fs::path(__FILE__).parent_path().parent_path().parent_path() / "tools" / tool;
+  return fs::path(__FILE__).lexically_normal().parent_path().parent_path().parent_path() / "tools" / tool;
 }
 
 // Builds tools/<tool> next to the test program unless an up-to-date binary
@@ -124,7 +124,7 @@ class Process {
       return true;
     };
     while (!complete()) {
-      if (poll(&p, 1, 10000) <= 0) break;
+      if (poll(&p, 1, 60000) <= 0) break;  // a large inventory takes a while
       ssize_t n = read(out[0], buf, sizeof buf);
       if (n <= 0) break;
       text.append(buf, static_cast<size_t>(n));

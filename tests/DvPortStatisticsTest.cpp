@@ -1,0 +1,260 @@
+// DV port counters on the plain road: FetchDvPortRequest, RefreshDvPortRequest
+// and the fetch of the ports asked for, against the vCenter simulator, with
+// an inventory seeded from the ports it has in use; the blocked test, the
+// counter table and what a reply leaves alone, with hand-built records.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <deque>
+#include <memory>
+
+#include "VcSim.h"
+#include "support/SessionHarness.h"
+#include "support/SimPorts.h"
+#include "session/PortOperations.h"
+
+using namespace harness;
+using Interface::IntfStatistics;
+
+namespace {
+
+std::string compact(std::string json) {
+  json.erase(std::remove_if(json.begin(), json.end(), [](char c) { return c == ' ' || c == '\n'; }), json.end());
+  return json;
+}
+
+class DvPortStatisticsTest : public testing::Test {
+ protected:
+  static void SetUpTestSuite() { sim = new vcsim::Simulator(kUser, kPassword); }
+  static void TearDownTestSuite() {
+    delete sim;
+    sim = nullptr;
+  }
+  void SetUp() override {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    sim->reset();
+    // The plain road names no switch; here such calls reach "dvs-9".
+    sim->call("POST", "/options", "{\"emptyDvsRef\":\"dvs-9\"}");
+    s.connect();
+    log.take();
+  }
+  // Seeds the inventory with what the ports connect to, as they stand now.
+  void seed() { simports::seed(s.vi, simports::ports(*sim, "dvs-9")); }
+  void fetch(std::vector<unsigned> ports) {
+    FetchDvPortRequest::Ptr request = fetchDvPortRequestFactory("fetch");
+    for (unsigned p : ports) request->dvPortEnq(p);
+    s.serve(request);
+  }
+  void refresh(std::vector<unsigned> ports) {
+    RefreshDvPortRequest::Ptr request = refreshDvPortRequestFactory("refresh");
+    for (unsigned p : ports) request->dvPortEnq(p);
+    s.serve(request);
+  }
+  Pnic::Ptr pnic(const std::string& host, const std::string& device) { return s.vi->esxHost(host)->pnic(device); }
+  Vnic::Ptr vnic(const std::string& vm, const std::string& key) { return s.vi->vm(vm)->vnic(key); }
+
+  static vcsim::Simulator* sim;
+  LogCapture log;
+  Session s{"Worker", sim->url};
+};
+vcsim::Simulator* DvPortStatisticsTest::sim = nullptr;
+
+// Uplink, machine card and VMkernel NIC; a blocked policy of value false
+// blocks; a reply without MTU keeps the NIC's; a port not connected to
+// anything is not in the reply and nothing notices.
+TEST_F(DvPortStatisticsTest, FetchWritesLinkMtuAndCountersOnEveryKindOfNic) {
+  sim->call("POST", "/ports/connectee", "{\"dvs\":\"dvs-9\",\"key\":\"1\",\"type\":\"hostVmkVnic\",\"nicKey\":\"vmk1\"}");
+  seed();
+  simports::setPort(*sim, "0", std::string("\"linkUp\":false,\"mtu\":9000,\"stats\":") + simports::kStatsJson);
+  simports::setPort(*sim, "3", "\"blocked\":{\"inherited\":false,\"value\":false},\"mtu\":0");
+  simports::setPort(*sim, "1", "\"mtu\":1600");
+  {
+    Kel::ActivityLockAnchor anchor;
+    vnic("vm-50", "4000")->mtuIs(1400);
+  }
+  double before = Kel::now();
+  fetch({0, 1, 3, 4000});
+  Kel::ActivityLockAnchor anchor;
+  Pnic::Ptr uplink = pnic("host-23", "vmnic1");
+  EXPECT_EQ(uplink->linkStatus(), Interface::linkStatusDown);
+  EXPECT_EQ(uplink->operStatus(), Interface::intfOperStatusUp) << "only a block sets it";
+  EXPECT_EQ(uplink->mtu(), 9000u);
+  EXPECT_EQ(uplink->stats(), simports::statsOfJson());
+  EXPECT_GE(uplink->counterRefreshTime(), before);
+
+  Vnic::Ptr card = vnic("vm-50", "4000");
+  EXPECT_EQ(card->linkStatus(), Interface::linkStatusDown);
+  EXPECT_EQ(card->operStatus(), Interface::intfOperStatusDown);
+  EXPECT_EQ(card->mtu(), 1400u);
+  EXPECT_EQ(card->stats(), IntfStatistics());
+  EXPECT_EQ(card->counterRefreshTime(), uplink->counterRefreshTime()) << "one time for the whole reply";
+
+  Vnic::Ptr vmk = s.vi->esxHost("host-36")->vm()->vnic("vmk1");
+  EXPECT_EQ(vmk->linkStatus(), Interface::linkStatusUp);
+  EXPECT_EQ(vmk->mtu(), 1600u);
+
+  EXPECT_EQ(s.soapStatus->lastSuccessMsg(), "soapMsgFetchDvPorts");
+  EXPECT_EQ(s.vi->newPorts(), 0u);
+  EXPECT_EQ(peer::values(sim->call("GET", "/calls?method=FetchDVPorts"), "value"), Lines{""})
+      << "the switch is not named";
+}
+
+// What newPort holds goes out in one call and leaves it; an empty list
+// makes no call.
+TEST_F(DvPortStatisticsTest, FetchOfThePortsAskedForEmptiesTheList) {
+  seed();
+  simports::setPort(*sim, "4", std::string("\"stats\":") + simports::kStatsJson);
+  simports::setPort(*sim, "5", std::string("\"stats\":") + simports::kStatsJson);
+  {
+    Kel::ActivityLockAnchor anchor;
+    s.vi->newPortIs("4", "4");
+  }
+  fetchDvPorts(s.sm);
+  fetchDvPorts(s.sm);
+  EXPECT_EQ(sim->calls(), (Lines{"RetrieveServiceContent", "Login", "FetchDVPorts"}));
+  Kel::ActivityLockAnchor anchor;
+  EXPECT_EQ(s.vi->newPorts(), 0u);
+  int asked = 0;
+  for (VI::VmIterator i = s.vi->vmIterator(); i; ++i)
+    for (Vm::VnicIterator n = i.value()->vnicIterator(); n; ++n) asked += n.value()->stats() != IntfStatistics();
+  EXPECT_EQ(asked, 1) << "port 5 was not asked for";
+}
+
+TEST_F(DvPortStatisticsTest, RefreshTellsVcenterFirstThenFetches) {
+  seed();
+  simports::setPort(*sim, "2", std::string("\"stats\":") + simports::kStatsJson);
+  unsigned successes = s.status().successCount;
+  refresh({2, 3});
+  EXPECT_EQ(sim->calls(), (Lines{"RetrieveServiceContent", "Login", "RefreshDVPortState", "FetchDVPorts"}));
+  EXPECT_NE(compact(sim->call("GET", "/portrefreshes")).find("\"portKeys\":[\"2\",\"3\"]"), std::string::npos);
+  EXPECT_EQ(s.status().successCount, successes + 2);
+  Kel::ActivityLockAnchor anchor;
+  EXPECT_EQ(pnic("host-44", "vmnic1")->stats(), simports::statsOfJson());
+  EXPECT_EQ(pnic("host-44", "vmnic1")->linkStatus(), Interface::linkStatusUp);
+  EXPECT_EQ(s.vi->newPorts(), 0u) << "the refresh does not use the list";
+}
+
+// On the plain road a failed call is fatal to the session; the keys in
+// flight are lost, and a failed refresh fetches nothing.
+TEST_F(DvPortStatisticsTest, FailuresAreFatalAndLoseTheKeysInFlight) {
+  seed();
+  sim->fault("FetchDVPorts", "fault", "busy");
+  fetch({3, 4});
+  EXPECT_EQ(log.take(), (Lines{"HARBEC_RPC_FAULT: The RPC FetchDVPorts failed.",
+                               "HARBEC_AGENT_RESTART: Agent restarting due to network error."}));
+  EXPECT_EQ(s.status().lastFailedMsg, "soapMsgFetchDvPorts");
+  {
+    Kel::ActivityLockAnchor anchor;
+    EXPECT_EQ(s.vi->newPorts(), 0u);
+  }
+  sim->fault("RefreshDVPortState", "fault", "busy");
+  refresh({3});
+  EXPECT_EQ(log.take().at(0), "HARBEC_RPC_FAULT: The RPC RefreshDVPortState failed.");
+  EXPECT_EQ(sim->calls().back(), "RefreshDVPortState");
+  EXPECT_EQ(s.status().lastFailedMsg, "soapMsgRefreshDvPort");
+}
+
+TEST_F(DvPortStatisticsTest, CounterUpdateRequestMovesNothing) {
+  seed();
+  CounterUpdateRequest::Ptr request = counterUpdateRequestFactory("counters");
+  request->portIs(3);
+  s.serve(request);
+  EXPECT_EQ(sim->calls().size(), 2u);
+  Kel::ActivityLockAnchor anchor;
+  EXPECT_EQ(vnic("vm-50", "4000")->counterRefreshTime(), 0.0);
+}
+
+// Hand-built replies: the cases no simulator reply shows.
+class UpdateCountersRecords : public testing::Test {
+ protected:
+  UpdateCountersRecords() {
+    Kel::ActivityLockAnchor anchor;
+    EsxHost::Ptr host = s.vi->esxHostIs("host-1", 1u);
+    host->pnicIs("vmnic0", static_cast<unsigned char>(1))->mtuIs(1500);
+    s.vi->vmIs("vm-1")->vnicIs("4000");
+  }
+  ns2__DistributedVirtualPort* port(const std::string& key, const char* type, const std::string& entity,
+                                    const std::string& nicKey) {
+    auto* p = make<ns2__DistributedVirtualPort>();
+    p->key = key;
+    p->connectee = make<ns2__DistributedVirtualSwitchPortConnectee>();
+    p->connectee->type = type ? text(type) : nullptr;
+    p->connectee->connectedEntity = make<ns2__ManagedObjectReference>();
+    p->connectee->connectedEntity->__item = entity;
+    p->connectee->nicKey = text(nicKey);
+    p->state = make<ns2__DVPortState>();
+    p->state->runtimeInfo = make<ns2__DVPortStatus>();
+    p->state->runtimeInfo->linkUp = true;
+    response.returnval.push_back(p);
+    return p;
+  }
+  template <class T>
+  T* make() {
+    records_.emplace_back(new T());
+    return static_cast<T*>(records_.back().get());
+  }
+  std::string* text(const std::string& v) { return &texts_.emplace_back(v); }
+
+  Session s{"Worker", "https://127.0.0.1:1/sdk", kPassword, false, false};
+  _ns2__FetchDVPortsResponse response;
+
+ private:
+  std::vector<std::unique_ptr<xsd__anyType>> records_;
+  std::deque<std::string> texts_;
+};
+
+TEST_F(UpdateCountersRecords, BlockedTestAndWhatAReplyLeavesAlone) {
+  ns2__DistributedVirtualPort* uplink = port("1", "pnic", "host-1", "vmnic0");
+  uplink->config = make<ns2__DVPortConfigInfo>();
+  uplink->config->setting = make<ns2__DVPortSetting>();
+  uplink->config->setting->blocked = make<ns2__BoolPolicy>();
+  ns2__DistributedVirtualPort* card = port("2", "vmVnic", "vm-1", "4000");
+  card->state->runtimeInfo = nullptr;
+  card->config = make<ns2__DVPortConfigInfo>();
+  card->config->setting = make<ns2__DVPortSetting>();
+  card->config->setting->blocked = make<ns2__BoolPolicy>();
+  card->config->setting->blocked->value = &xsd_false;
+  port("3", nullptr, "vm-1", "4000");  // no connectee type: passed over
+  updateCounters(s.sm, response);
+
+  Kel::ActivityLockAnchor anchor;
+  Pnic::Ptr pnic = s.vi->esxHost("host-1")->pnic("vmnic0");
+  EXPECT_EQ(pnic->operStatus(), Interface::intfOperStatusUp) << "a policy without value does not block";
+  EXPECT_EQ(pnic->linkStatus(), Interface::linkStatusUp);
+  EXPECT_EQ(pnic->mtu(), 1500u);
+  EXPECT_EQ(pnic->counterRefreshTime(), 0.0) << "no stats in the reply";
+  Vnic::Ptr vnic = s.vi->vm("vm-1")->vnic("4000");
+  EXPECT_EQ(vnic->operStatus(), Interface::intfOperStatusDown) << "a value of false blocks";
+  EXPECT_EQ(vnic->linkStatus(), Interface::linkStatusUnknown) << "no runtime state";
+}
+
+TEST_F(UpdateCountersRecords, CountersInTheirOrder) {
+  ns2__DistributedVirtualPort* p = port("1", "pnic", "host-1", "vmnic0");
+  auto* stats = p->state->stats = make<ns2__DistributedVirtualSwitchPortStatistics>();
+  LONG64* fields[] = {&stats->packetsInMulticast,  &stats->packetsOutMulticast, &stats->bytesInMulticast,
+                      &stats->bytesOutMulticast,   &stats->packetsInUnicast,    &stats->packetsOutUnicast,
+                      &stats->bytesInUnicast,      &stats->bytesOutUnicast,     &stats->packetsInBroadcast,
+                      &stats->packetsOutBroadcast, &stats->bytesInBroadcast,    &stats->bytesOutBroadcast,
+                      &stats->packetsInDropped,    &stats->packetsOutDropped,   &stats->packetsInException,
+                      &stats->packetsOutException};
+  LONG64 n = 0;
+  for (LONG64* f : fields) *f = ++n;  // the numbers of the simulator's set
+  updateCounters(s.sm, response);
+  Kel::ActivityLockAnchor anchor;
+  EXPECT_EQ(s.vi->esxHost("host-1")->pnic("vmnic0")->stats(), simports::statsOfJson());
+}
+
+TEST_F(UpdateCountersRecords, ANicMissingFromTheInventoryEndsTheProcess) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  port("1", "pnic", "host-1", "vmnic7");
+  EXPECT_DEATH(updateCounters(s.sm, response), "Assertion `pnic' failed");
+  response.returnval.clear();
+  port("2", "vmVnic", "vm-1", "4001");
+  EXPECT_DEATH(updateCounters(s.sm, response), "Assertion `vnic !=__null' failed");
+  response.returnval.clear();
+  ns2__DistributedVirtualPort* vmk = port("3", "hostVmkVnic", "host-1", "vmk0");
+  vmk->proxyHost = vmk->connectee->connectedEntity;
+  EXPECT_DEATH(updateCounters(s.sm, response), "Assertion `vnic !=__null' failed") << "the host has no kernel machine";
+}
+
+}  // namespace

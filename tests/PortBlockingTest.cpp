@@ -1,0 +1,88 @@
+// Blocking and unblocking DV ports against the vCenter simulator: the
+// records of ReconfigureDVPort_Task as they arrive, the switch left unnamed,
+// SoapStatus left alone, and a refusal handled as a fatal failure.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+
+#include "VcSim.h"
+#include "session/HarbecSmInternal.h"
+#include "support/SessionHarness.h"
+
+using namespace harness;
+
+namespace {
+
+std::string compact(std::string json) {
+  json.erase(std::remove_if(json.begin(), json.end(), [](char c) { return c == ' ' || c == '\n'; }), json.end());
+  return json;
+}
+
+class PortBlockingTest : public testing::Test {
+ protected:
+  static void SetUpTestSuite() { sim = new vcsim::Simulator(kUser, kPassword); }
+  static void TearDownTestSuite() {
+    delete sim;
+    sim = nullptr;
+  }
+  void SetUp() override {
+    sim->reset();
+    s.connect();
+    log.take();
+  }
+  void block(unsigned port, bool b) {
+    BlockPortRequest::Ptr request = blockPortRequestFactory("block");
+    request->portIs(port);
+    request->blockIs(b);
+    s.serve(request);
+  }
+  // The blocked policy the simulator holds for a port, as compact JSON.
+  std::string blockedOf(const std::string& key) {
+    std::string ports = compact(sim->call("GET", "/ports?dvs=dvs-9"));
+    size_t at = ports.find("\"key\":\"" + key + "\"");
+    at = ports.find("\"blocked\":", at) + 10;
+    return ports.substr(at, ports.find('}', at) + 1 - at);
+  }
+
+  static vcsim::Simulator* sim;
+  LogCapture log;
+  Session s{"Worker", sim->url};
+};
+vcsim::Simulator* PortBlockingTest::sim = nullptr;
+
+TEST_F(PortBlockingTest, BlockAndUnblockGoOutAsPortEdits) {
+  // The request names no switch; here such calls reach "dvs-9".
+  sim->call("POST", "/options", "{\"emptyDvsRef\":\"dvs-9\"}");
+  StatusView before = s.status();
+  block(3, true);
+  block(0, false);
+  std::string records = compact(sim->call("GET", "/portreconfigs"));
+  EXPECT_NE(records.find("\"dvs\":{\"type\":\"\",\"value\":\"\"},\"found\":true,\"ports\":[{\"operation\":\"edit\","
+                         "\"key\":\"3\",\"blocked\":{\"inherited\":false,\"value\":true}}]"),
+            std::string::npos)
+      << records;
+  EXPECT_NE(records.find("\"ports\":[{\"operation\":\"edit\",\"key\":\"0\",\"blocked\":{\"inherited\":false,"
+                         "\"value\":false}}]"),
+            std::string::npos)
+      << records;
+  EXPECT_EQ(records.find("\"fault\""), std::string::npos) << records;
+  EXPECT_EQ(blockedOf("3"), "{\"inherited\":false,\"value\":true}");
+  EXPECT_EQ(blockedOf("0"), "{\"inherited\":false,\"value\":false}");
+  StatusView after = s.status();
+  EXPECT_EQ(after.successCount, before.successCount);
+  EXPECT_EQ(after.lastMsgSent, before.lastMsgSent) << "not reported";
+  EXPECT_EQ(log.take(), Lines{});
+}
+
+// vCenter refuses a reconfiguration without a switch: a fatal failure of
+// the live session, recorded by the simulator all the same.
+TEST_F(PortBlockingTest, ARefusalIsAFatalFailure) {
+  block(7, true);
+  EXPECT_EQ(log.take(), (Lines{"HARBEC_RPC_FAULT: The RPC ReconfigureDVPort failed.",
+                               "HARBEC_AGENT_RESTART: Agent restarting due to network error."}));
+  EXPECT_NE(compact(sim->call("GET", "/portreconfigs")).find("\"found\":false"), std::string::npos);
+  EXPECT_EQ(s.status().failureCount, 0u) << "not reported";
+  EXPECT_EQ(s.state(), sessionConnected);
+}
+
+}  // namespace
