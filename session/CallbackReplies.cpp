@@ -7,7 +7,6 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdio>
 #include <cstring>
 
 #include "Kel/Assert.h"
@@ -20,12 +19,26 @@ struct sigaction currentAction;
 
 namespace {
 
-const char kDvsType[] = "VmwareDistributedVirtualSwitch";
+// The switch that the request names, as the _this of a call.
+struct NamedSwitch {
+  explicit NamedSwitch(const Kel::String8& dvsMoId) {
+    ref.__item = dvsMoId.str();
+    ref.type = &type;
+    HARBEC_TRACE(8, "DvsMoId: " << ref.__item);
+  }
+  std::string type = "VmwareDistributedVirtualSwitch";
+  ns2__ManagedObjectReference ref;
+};
 
-std::string portKeyText(unsigned port) {
-  char key[16];
-  snprintf(key, sizeof key, "%u", port);
-  return key;
+// The port numbers of a request as keys, in queue order.
+template <class Request>
+std::vector<std::string> portKeys(const Request& request) {
+  std::vector<std::string> keys;
+  for (auto i = request->dvPortIteratorConst(); i; ++i) {
+    HARBEC_TRACE(8, "PortKey: " << i.value());
+    keys.push_back(dvPortKey(i.value()));
+  }
+  return keys;
 }
 
 // The two steps of closeSocket, on the failure roads below.
@@ -49,21 +62,13 @@ void HarbecSm::handleFetchDvPortRequestWithCallback(const Kel::Ptr<const FetchDv
   KEL_ASSERT(request->dvsMoId().size() && "FetchDvPortRequest missing DVS MoId.");
   FreeSoapMem freeSoapMem(vim_);
 
-  std::string dvsMoId = request->dvsMoId().str();
-  std::string dvsType = kDvsType;
-  ns2__ManagedObjectReference dvsRef;
-  dvsRef.__item = dvsMoId;
-  dvsRef.type = &dvsType;
+  NamedSwitch dvs(request->dvsMoId());
   ns2__DistributedVirtualSwitchPortCriteria criteria;
   criteria.connected = &xsd_true;
+  criteria.portKey = portKeys(request);
   ns2__FetchDVPortsRequestType fetchRequest;
-  fetchRequest._USCOREthis = &dvsRef;
+  fetchRequest._USCOREthis = &dvs.ref;
   fetchRequest.criteria = &criteria;
-  HARBEC_TRACE(8, "DvsMoId: " << dvsMoId);
-  for (FetchDvPortRequest::DvPortIteratorConst i = request->dvPortIteratorConst(); i; ++i) {
-    HARBEC_TRACE(8, "PortKey: " << i.value());
-    criteria.portKey.push_back(portKeyText(i.value()));
-  }
 
   _ns2__FetchDVPortsResponse fetchResponse;
   updateSoapMsgSent(soapStatus(), soapMsgFetchDvPorts);
@@ -115,18 +120,10 @@ void HarbecSm::handleRefreshDvPortRequestWithCallback(const Kel::Ptr<const Refre
   KEL_ASSERT(request->dvsMoId().size() && "RefreshDvPortReq missing DVS MoId.");
   FreeSoapMem freeSoapMem(vim_);
 
-  std::string dvsMoId = request->dvsMoId().str();
-  std::string dvsType = kDvsType;
-  ns2__ManagedObjectReference dvsRef;
-  dvsRef.__item = dvsMoId;
-  dvsRef.type = &dvsType;
+  NamedSwitch dvs(request->dvsMoId());
   ns2__RefreshDVPortStateRequestType refreshRequest;
-  refreshRequest._USCOREthis = &dvsRef;
-  HARBEC_TRACE(8, "DvsMoId: " << dvsMoId);
-  for (RefreshDvPortRequest::DvPortIteratorConst i = request->dvPortIteratorConst(); i; ++i) {
-    HARBEC_TRACE(8, "PortKey: " << i.value());
-    refreshRequest.portKeys.push_back(portKeyText(i.value()));
-  }
+  refreshRequest._USCOREthis = &dvs.ref;
+  refreshRequest.portKeys = portKeys(request);
 
   _ns2__RefreshDVPortStateResponse refreshResponse;
   updateSoapMsgSent(soapStatus(), soapMsgRefreshDvPort);

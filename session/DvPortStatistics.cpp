@@ -13,12 +13,6 @@ namespace Harbec {
 
 namespace {
 
-std::string portKeyText(unsigned port) {
-  char key[16];
-  snprintf(key, sizeof key, "%u", port);
-  return key;
-}
-
 // Link, MTU and counters of one port onto a Pnic or a Vnic, which carry the
 // same attributes. A port without runtime state leaves them as they are.
 template <class Nic>
@@ -42,6 +36,12 @@ void writePortState(const Kel::Ptr<Nic>& nic, const ns2__DistributedVirtualPort*
 }
 
 }  // namespace
+
+std::string dvPortKey(unsigned port) {
+  char key[16];
+  snprintf(key, sizeof key, "%u", port);
+  return key;
+}
 
 Interface::IntfStatistics intfStatistics(const ns2__DistributedVirtualSwitchPortStatistics& s) {
   Interface::IntfStatistics stats;
@@ -72,7 +72,7 @@ void HarbecSm::handleFetchDvPortRequest(const Kel::Ptr<const FetchDvPortRequest>
   {
     Kel::ActivityLockAnchor anchor;
     for (FetchDvPortRequest::DvPortIteratorConst i = request->dvPortIteratorConst(); i; ++i) {
-      std::string key = portKeyText(i.value());
+      std::string key = dvPortKey(i.value());
       HARBEC_TRACE(8, "Adding port " << key << " to FetchDvPort List ");
       vi_->newPortIs(key, key);
     }
@@ -122,7 +122,7 @@ void HarbecSm::handleRefreshDvPortRequest(const Kel::Ptr<const RefreshDvPortRequ
   HARBEC_TRACE(6, "DvsMoId: " << dvsMor.__item);
   for (RefreshDvPortRequest::DvPortIteratorConst i = request->dvPortIteratorConst(); i; ++i) {
     HARBEC_TRACE(8, "PortKey: " << i.value());
-    std::string key = portKeyText(i.value());
+    std::string key = dvPortKey(i.value());
     refreshRequest.portKeys.push_back(key);
     criteria.portKey.push_back(key);
   }

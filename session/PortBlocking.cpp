@@ -1,10 +1,8 @@
 // Blocking and unblocking of DV ports through ReconfigureDVPort_Task. The
 // switch is not named: the request goes out with the empty process-wide
 // reference, and the task vCenter answers with is not waited for.
-#include <cstdio>
-
 #include "Kel/Trace.h"
-#include "session/HarbecSmInternal.h"
+#include "session/PortOperations.h"
 
 namespace Harbec {
 
@@ -33,9 +31,7 @@ void blockPort(HarbecSm::Ptr sm, Kel::String8 portKey, bool block) {
 void HarbecSm::handleBlockPortRequest(const Kel::Ptr<const BlockPortRequest>& request) {
   HARBEC_TRACE(5, instance_ << " " << __PRETTY_FUNCTION__);
   if (!initialized_) return;
-  char portKey[16];
-  snprintf(portKey, sizeof portKey, "%u", request->port());
-  blockPort(this, portKey, request->block());
+  blockPort(this, dvPortKey(request->port()), request->block());
 }
 
 }  // namespace Harbec

@@ -8,6 +8,9 @@
 
 namespace Harbec {
 
+// A DV port number as the key vCenter knows: "%u", no prefix, no zeros.
+std::string dvPortKey(unsigned port);
+
 // The twelve counters of one DV port, bytes summed over unicast, multicast
 // and broadcast.
 Interface::IntfStatistics intfStatistics(const ns2__DistributedVirtualSwitchPortStatistics& stats);
