@@ -11,9 +11,8 @@
 #include <deque>
 #include <memory>
 
-#include "VcSim.h"
 #include "session/HarbecSmInternal.h"
-#include "support/SessionHarness.h"
+#include "support/SimulatorSuite.h"
 #include "support/SimPorts.h"
 
 using namespace harness;
@@ -22,16 +21,10 @@ namespace {
 
 void onPipe(int) {}
 
-class CallbackRepliesTest : public testing::Test {
+class CallbackRepliesTest : public SimulatorSuite {
  protected:
-  static void SetUpTestSuite() { sim = new vcsim::Simulator(kUser, kPassword); }
-  static void TearDownTestSuite() {
-    delete sim;
-    sim = nullptr;
-  }
   void SetUp() override {
-    GTEST_FLAG_SET(death_test_style, "threadsafe");
-    sim->reset();
+    SimulatorSuite::SetUp();
     s.connect();
     log.take();
     simports::seed(s.vi, simports::ports(*sim, "dvs-9"));
@@ -84,12 +77,10 @@ class CallbackRepliesTest : public testing::Test {
     return false;
   }
 
-  static vcsim::Simulator* sim;
   LogCapture log;
   Session s{"Worker", sim->url, kPassword, true};
   int client[2] = {-1, -1};
 };
-vcsim::Simulator* CallbackRepliesTest::sim = nullptr;
 
 TEST_F(CallbackRepliesTest, FetchParksTheAnswerUnderTheSocket) {
   simports::setPort(*sim, "3", std::string("\"stats\":") + simports::kStatsJson);

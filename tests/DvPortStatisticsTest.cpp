@@ -4,12 +4,10 @@
 // counter table and what a reply leaves alone, with hand-built records.
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <deque>
 #include <memory>
 
-#include "VcSim.h"
-#include "support/SessionHarness.h"
+#include "support/SimulatorSuite.h"
 #include "support/SimPorts.h"
 #include "session/PortOperations.h"
 
@@ -18,21 +16,10 @@ using Interface::IntfStatistics;
 
 namespace {
 
-std::string compact(std::string json) {
-  json.erase(std::remove_if(json.begin(), json.end(), [](char c) { return c == ' ' || c == '\n'; }), json.end());
-  return json;
-}
-
-class DvPortStatisticsTest : public testing::Test {
+class DvPortStatisticsTest : public SimulatorSuite {
  protected:
-  static void SetUpTestSuite() { sim = new vcsim::Simulator(kUser, kPassword); }
-  static void TearDownTestSuite() {
-    delete sim;
-    sim = nullptr;
-  }
   void SetUp() override {
-    GTEST_FLAG_SET(death_test_style, "threadsafe");
-    sim->reset();
+    SimulatorSuite::SetUp();
     // The plain road names no switch; here such calls reach "dvs-9".
     sim->call("POST", "/options", "{\"emptyDvsRef\":\"dvs-9\"}");
     s.connect();
@@ -53,11 +40,9 @@ class DvPortStatisticsTest : public testing::Test {
   Pnic::Ptr pnic(const std::string& host, const std::string& device) { return s.vi->esxHost(host)->pnic(device); }
   Vnic::Ptr vnic(const std::string& vm, const std::string& key) { return s.vi->vm(vm)->vnic(key); }
 
-  static vcsim::Simulator* sim;
   LogCapture log;
   Session s{"Worker", sim->url};
 };
-vcsim::Simulator* DvPortStatisticsTest::sim = nullptr;
 
 // Uplink, machine card and VMkernel NIC; a blocked policy of value false
 // blocks; a reply without MTU keeps the NIC's; a port not connected to

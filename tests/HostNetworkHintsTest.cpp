@@ -5,9 +5,8 @@
 #include <gtest/gtest.h>
 
 #include "Kel/Trace.h"
-#include "VcSim.h"
 #include "session/HarbecSmInternal.h"
-#include "support/SessionHarness.h"
+#include "support/SimulatorSuite.h"
 #include "support/TraceCapture.h"
 
 using namespace harness;
@@ -33,15 +32,10 @@ struct PeerIntfListener : Pnic::Notifiee {
   void onPeerIntf() override { seen.push_back(notifier()->peerIntf().str()); }
 };
 
-class HostNetworkHintsTest : public testing::Test {
+class HostNetworkHintsTest : public SimulatorSuite {
  protected:
-  static void SetUpTestSuite() { sim = new vcsim::Simulator(kUser, kPassword); }
-  static void TearDownTestSuite() {
-    delete sim;
-    sim = nullptr;
-  }
   void SetUp() override {
-    sim->reset();
+    SimulatorSuite::SetUp();
     s.connect();
     log.take();
     Kel::ActivityLockAnchor anchor;
@@ -74,12 +68,10 @@ class HostNetworkHintsTest : public testing::Test {
   }
   Lines askedNetworkSystems() { return peer::values(sim->call("GET", "/calls?method=QueryNetworkHint"), "value"); }
 
-  static vcsim::Simulator* sim;
   LogCapture log;
   // Served on the test's thread, so that traces are captured without a race.
   Session s{"Worker", sim->url, kPassword, false, false};
 };
-vcsim::Simulator* HostNetworkHintsTest::sim = nullptr;
 
 // CDP and LLDP tie interfaces; a neighbour that is another switch only
 // shows on the NIC; CDP wins over LLDP; the first answer after the first

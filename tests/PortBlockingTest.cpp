@@ -3,30 +3,17 @@
 // SoapStatus left alone, and a refusal handled as a fatal failure.
 #include <gtest/gtest.h>
 
-#include <algorithm>
-
-#include "VcSim.h"
 #include "session/HarbecSmInternal.h"
-#include "support/SessionHarness.h"
+#include "support/SimulatorSuite.h"
 
 using namespace harness;
 
 namespace {
 
-std::string compact(std::string json) {
-  json.erase(std::remove_if(json.begin(), json.end(), [](char c) { return c == ' ' || c == '\n'; }), json.end());
-  return json;
-}
-
-class PortBlockingTest : public testing::Test {
+class PortBlockingTest : public SimulatorSuite {
  protected:
-  static void SetUpTestSuite() { sim = new vcsim::Simulator(kUser, kPassword); }
-  static void TearDownTestSuite() {
-    delete sim;
-    sim = nullptr;
-  }
   void SetUp() override {
-    sim->reset();
+    SimulatorSuite::SetUp();
     s.connect();
     log.take();
   }
@@ -44,11 +31,9 @@ class PortBlockingTest : public testing::Test {
     return ports.substr(at, ports.find('}', at) + 1 - at);
   }
 
-  static vcsim::Simulator* sim;
   LogCapture log;
   Session s{"Worker", sim->url};
 };
-vcsim::Simulator* PortBlockingTest::sim = nullptr;
 
 TEST_F(PortBlockingTest, BlockAndUnblockGoOutAsPortEdits) {
   // The request names no switch; here such calls reach "dvs-9".
