@@ -28,7 +28,7 @@ void vmChanges(const VmInfo& a, const VmInfo& b, const Snapshot& sa, const Snaps
       out.push_back(who + " migration failed, stays on " + hostLabel(b.hostRef, sb));
     else
       out.push_back(who + " migration ended, runs on " + hostLabel(b.hostRef, sb));
-  } else if (a.hostRef != b.hostRef) {
+  } else if (a.hostRef != b.hostRef && !b.inVmotion) {
     out.push_back(who + " moved from " + hostLabel(a.hostRef, sa) + " to " + hostLabel(b.hostRef, sb));
   }
   for (const VnicInfo& nb : b.nics) {

@@ -166,9 +166,9 @@ void Demo::playChanges(const Snapshot& s) {
       {"/vm/migrate", "{\"vm\":" + jsonText(ref) + ",\"host\":" + jsonText(to) + "}"},
       {"/events", event("VmMigratedEvent", "\"vm\":" + jsonText(ref) + ",\"host\":" + jsonText(to) +
                                                ",\"sourceHost\":" + jsonText(from))},
-      {"/events", event("DvsPortLinkDownEvent", "\"dvs\":" + jsonText(dvsRef_) + ",\"portKey\":" + jsonText(port))},
-      {"/events", event("DvsPortLinkUpEvent",
-                        "\"dvs\":" + jsonText(dvsRef_) + ",\"portKey\":" + jsonText(port) + ",\"linkUp\":true")},
+      // Seen with the next port counters.
+      {"/ports", "{\"dvs\":" + jsonText(dvsRef_) + ",\"key\":" + jsonText(port) + ",\"linkUp\":false}"},
+      {"/ports", "{\"dvs\":" + jsonText(dvsRef_) + ",\"key\":" + jsonText(port) + ",\"linkUp\":true}"},
       {"/events", event("VmBeingHotMigratedEvent", "\"vm\":" + jsonText(ref) + ",\"destHost\":" + jsonText(from))},
       {"/vm/migrate", "{\"vm\":" + jsonText(ref) + ",\"host\":" + jsonText(from) + "}"},
       {"/events", event("VmMigratedEvent", "\"vm\":" + jsonText(ref) + ",\"host\":" + jsonText(from) +

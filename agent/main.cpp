@@ -15,10 +15,16 @@ namespace {
 
 std::atomic<bool> stopRequested{false};
 
-void onSignal(int) { stopRequested = true; }
+// An interrupt ends the live mode at once, ahead of the demo's peers, which
+// a terminal's interrupt reaches too (see finish). What was printed has
+// been flushed line by line.
+void onSignal(int) { _exit(0); }
 
-// Ends the process without joining the agent's threads: the update loop
-// keeps its thread until vCenter answers.
+// Ends the process at once, without joining the agent's threads: the
+// update loop keeps its thread until vCenter answers. The demo's peers are
+// not stopped first: they stop when their stdin pipes close with this
+// process, and a simulator that went first would end the update loop with
+// an error, on which the library ends the process with its own status.
 [[noreturn]] void finish(int status) {
   std::cout.flush();
   std::cerr.flush();
@@ -68,7 +74,6 @@ int main(int argc, char** argv) {
                 << settings.options.bridgeMac << "\n";
     } catch (const std::exception& e) {
       std::cerr << "harbec-agent: cannot start the demo: " << e.what() << "\n";
-      demo.stop();
       finish(1);
     }
   }
@@ -85,6 +90,5 @@ int main(int argc, char** argv) {
   } catch (const std::exception& e) {
     std::cerr << "harbec-agent: " << e.what() << "\n";
   }
-  demo.stop();
   finish(status);
 }
