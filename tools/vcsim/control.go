@@ -314,6 +314,7 @@ func (s *Simulator) controlHandler() http.Handler {
 		},
 	})
 
+	s.addSyncRoutes(route)
 	return mux
 }
 

@@ -528,20 +528,8 @@ func (s *Simulator) addHost(ctx context.Context, name, cluster, datacenter strin
 	host := simulator.Map.Get(hostRef).(*simulator.HostSystem)
 	s.giveHostIdentity(host, refNumber(hostRef.Value)+1000)
 
-	for _, e := range sortedEntities("Datastore") {
-		ds := e.(*simulator.Datastore)
-		if datacenterOf(ds.Self) != dcRef {
-			continue
-		}
-		var url string
-		simulator.Map.WithLock(ds, func() { url = ds.Info.GetDatastoreInfo().Url })
-		dss, err := object.NewHostSystem(s.vim, hostRef).ConfigManager().DatastoreSystem(ctx)
-		if err == nil {
-			_, err = dss.CreateLocalDatastore(ctx, entityName(ds.Self), url)
-		}
-		if err != nil {
-			return nil, fmt.Errorf("mounting the datastore: %w", err)
-		}
+	if err := s.mountDatastores(ctx, hostRef, dcRef); err != nil {
+		return nil, err
 	}
 
 	if joinDvs {
@@ -563,6 +551,26 @@ func (s *Simulator) addHost(ctx context.Context, name, cluster, datacenter strin
 	// The host was announced before its network was complete.
 	s.publishHostNetwork(host)
 	return host, nil
+}
+
+// mountDatastores mounts the datastores of a datacenter on a new host.
+func (s *Simulator) mountDatastores(ctx context.Context, hostRef, dcRef types.ManagedObjectReference) error {
+	for _, e := range sortedEntities("Datastore") {
+		ds := e.(*simulator.Datastore)
+		if datacenterOf(ds.Self) != dcRef {
+			continue
+		}
+		var url string
+		simulator.Map.WithLock(ds, func() { url = ds.Info.GetDatastoreInfo().Url })
+		dss, err := object.NewHostSystem(s.vim, hostRef).ConfigManager().DatastoreSystem(ctx)
+		if err == nil {
+			_, err = dss.CreateLocalDatastore(ctx, entityName(ds.Self), url)
+		}
+		if err != nil {
+			return fmt.Errorf("mounting the datastore: %w", err)
+		}
+	}
+	return nil
 }
 
 func (s *Simulator) publishHostNetwork(host *simulator.HostSystem) {

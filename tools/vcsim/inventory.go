@@ -59,6 +59,9 @@ func (s *Simulator) buildInventory() error {
 	for i, e := range sortedEntities("HostSystem") {
 		host := e.(*simulator.HostSystem)
 		s.giveHostIdentity(host, i)
+		if cfg.Variety {
+			addHostVariety(host, i)
+		}
 		for _, dvs := range switchesOfHost(host.Self) {
 			s.attachUplink(host, dvs)
 		}
@@ -93,8 +96,20 @@ func (s *Simulator) buildInventory() error {
 			}
 			made[dc]++
 			name := fmt.Sprintf("%s_VM%d", host.Name, i)
-			if _, err := s.createVM(ctx, name, host.Self, net, true); err != nil {
+			ref, err := s.createVMIn(ctx, name, host.Self, net, true, types.ManagedObjectReference{}, i)
+			if err != nil {
 				return fmt.Errorf("creating %s: %w", name, err)
+			}
+			// The first two machines of each datacenter are a fault-tolerant pair.
+			if cfg.Variety && made[dc] <= 2 {
+				setFtRole(simulator.Map.Get(ref).(*simulator.VirtualMachine), made[dc] == 1)
+			}
+		}
+	}
+	if cfg.Variety {
+		for _, e := range sortedEntities("Datacenter") {
+			if err := s.addNestedHost(ctx, e.(*simulator.Datacenter), cfg.VMsPerHost); err != nil {
+				return fmt.Errorf("nested host: %w", err)
 			}
 		}
 	}
@@ -168,6 +183,7 @@ func (s *Simulator) completeSwitch(dvs *simulator.DistributedVirtualSwitch) {
 		s.ports.register(uuid)
 
 		vlan := int32(firstVlan)
+		pos := 0
 		for _, ref := range dvs.Portgroup {
 			pg, ok := simulator.Map.Get(ref).(*simulator.DistributedVirtualPortgroup)
 			if !ok {
@@ -183,8 +199,12 @@ func (s *Simulator) completeSwitch(dvs *simulator.DistributedVirtualSwitch) {
 			}
 			if setting, ok := pg.Config.DefaultPortConfig.(*types.VMwareDVSPortSetting); ok {
 				setting.Vlan = &types.VmwareDistributedVirtualSwitchVlanIdSpec{VlanId: vlan}
+				if s.cfg.Variety {
+					setting.Vlan = varietyVlan(pos, vlan)
+				}
 			}
 			vlan++
+			pos++
 		}
 	})
 }
@@ -289,6 +309,13 @@ func firstPortgroup(dc types.ManagedObjectReference) *simulator.DistributedVirtu
 // a distributed port group or a standard network; nil means the first
 // distributed port group of the datacenter, or "VM Network" without one.
 func (s *Simulator) createVM(ctx context.Context, name string, hostRef types.ManagedObjectReference, network *types.ManagedObjectReference, powerOn bool) (types.ManagedObjectReference, error) {
+	return s.createVMIn(ctx, name, hostRef, network, powerOn, types.ManagedObjectReference{}, 0)
+}
+
+// createVMIn makes the machine in a folder (the zero reference: the
+// datacenter's VM folder); place, its position on the host, chooses the
+// class of its card with -variety.
+func (s *Simulator) createVMIn(ctx context.Context, name string, hostRef types.ManagedObjectReference, network *types.ManagedObjectReference, powerOn bool, folderRef types.ManagedObjectReference, place int) (types.ManagedObjectReference, error) {
 	var none types.ManagedObjectReference
 	host, ok := simulator.Map.Get(hostRef).(*simulator.HostSystem)
 	if !ok {
@@ -353,9 +380,13 @@ func (s *Simulator) createVM(ctx context.Context, name string, hostRef types.Man
 		card.Connectable = &connectable
 		unit := *card.UnitNumber + int32(i)
 		card.UnitNumber = &unit
+		var device types.BaseVirtualDevice = &card
+		if s.cfg.Variety {
+			device = cardFor(place+i, card)
+		}
 		changes = append(changes, &types.VirtualDeviceConfigSpec{
 			Operation: types.VirtualDeviceConfigSpecOperationAdd,
-			Device:    &card,
+			Device:    device,
 		})
 	}
 
@@ -381,7 +412,10 @@ func (s *Simulator) createVM(ctx context.Context, name string, hostRef types.Man
 		return none, fmt.Errorf("host %s has no resource pool", hostRef.Value)
 	}
 
-	folder := object.NewFolder(s.vim, dc.VmFolder)
+	if folderRef.Value == "" {
+		folderRef = dc.VmFolder
+	}
+	folder := object.NewFolder(s.vim, folderRef)
 	task, err := folder.CreateVM(ctx, spec, object.NewResourcePool(s.vim, *poolRef), object.NewHostSystem(s.vim, hostRef))
 	if err != nil {
 		return none, err

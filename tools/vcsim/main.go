@@ -91,6 +91,7 @@ func parseFlags(args []string, stderr io.Writer) (Config, error) {
 	fs.IntVar(&cfg.VMsPerHost, "vm", cfg.VMsPerHost, "virtual machines per host")
 	fs.IntVar(&cfg.NicsPerVM, "vm-nics", cfg.NicsPerVM, "network cards per virtual machine, each on a port of its own")
 	fs.IntVar(&cfg.Portgroups, "pg", cfg.Portgroups, "distributed port groups per datacenter; 0 means no distributed switch")
+	fs.BoolVar(&cfg.Variety, "variety", false, "NICs, switches, cards, VLAN policies and folders of several kinds (see README)")
 	fs.StringVar(&cfg.CertFile, "cert", "", "PEM certificate for the HTTPS listener (default: a fresh self-signed one)")
 	fs.StringVar(&cfg.KeyFile, "key", "", "PEM private key that goes with -cert")
 	fs.BoolVar(&cfg.ExitOnStdinEOF, "exit-on-stdin-eof", true, "stop when stdin reaches end of file (turn off when stdin is /dev/null)")

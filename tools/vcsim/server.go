@@ -32,8 +32,9 @@ type Config struct {
 	Clusters        int // per datacenter
 	ClusterHosts    int // per cluster
 	VMsPerHost      int
-	NicsPerVM       int // network cards of each machine
-	Portgroups      int // distributed port groups per datacenter; 0: no distributed switch
+	NicsPerVM       int  // network cards of each machine
+	Portgroups      int  // distributed port groups per datacenter; 0: no distributed switch
+	Variety         bool // switches, NICs, cards, VLAN policies and folders of several kinds
 
 	CertFile string
 	KeyFile  string

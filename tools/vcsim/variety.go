@@ -1,0 +1,164 @@
+package main
+
+import (
+	"context"
+	"fmt"
+
+	"github.com/vmware/govmomi/object"
+	"github.com/vmware/govmomi/simulator"
+	"github.com/vmware/govmomi/vim25/types"
+)
+
+// With -variety the inventory holds, besides the simulator's model, the
+// shapes a client must tell apart: a second standard switch with a bond
+// bridge, NICs of several speeds (one between the rates of a switch, one
+// without link), standard port groups with a VLAN and a trunk, a second
+// VMkernel NIC, machine cards of three classes, fault-tolerant machines,
+// distributed port groups with trunk and PVLAN policies, and per
+// datacenter a standalone host in a nested host folder whose machines
+// stand in nested VM folders.
+
+const (
+	storageDevice = "vmnic2" // on the second standard switch
+	spareDevice   = "vmnic3" // on no switch, without link
+	storageSwitch = "vSwitch1"
+	storagePg     = "Storage"
+	trunkPg       = "Trunk"
+	nestedHost    = "nested"
+)
+
+// Per position of a distributed port group on its switch: access, trunk,
+// PVLAN, access, ...
+func varietyVlan(pos int, vlan int32) types.BaseVmwareDistributedVirtualSwitchVlanSpec {
+	switch pos % 3 {
+	case 1:
+		return &types.VmwareDistributedVirtualSwitchTrunkVlanSpec{VlanId: []types.NumericRange{{Start: 0, End: 100}, {Start: 200, End: 4094}}}
+	case 2:
+		return &types.VmwareDistributedVirtualSwitchPvlanSpec{PvlanId: vlan}
+	}
+	return &types.VmwareDistributedVirtualSwitchVlanIdSpec{VlanId: vlan}
+}
+
+// addHostVariety gives host number n a second standard switch with a
+// storage NIC and a VMkernel NIC, a spare NIC on no switch, and two more
+// port groups. It runs before the host is published.
+func addHostVariety(host *simulator.HostSystem, n int) {
+	simulator.Map.WithLock(host, func() {
+		net := host.Config.Network
+		speed := int32(1000)
+		if n%2 == 1 {
+			speed = 2500 // between two rates
+		}
+		net.Pnic = append(net.Pnic,
+			types.PhysicalNic{Key: "key-vim.host.PhysicalNic-" + storageDevice, Device: storageDevice, Pci: "0000:1b:00.0",
+				Driver: "ixgben", LinkSpeed: &types.PhysicalNicLinkInfo{SpeedMb: speed, Duplex: false},
+				Mac: fmt.Sprintf("00:50:56:%02x:%02x:%02x", 0x20, (n>>8)&0xff, n&0xff)},
+			types.PhysicalNic{Key: "key-vim.host.PhysicalNic-" + spareDevice, Device: spareDevice, Pci: "0000:1c:00.0",
+				Driver: "ixgben", Mac: fmt.Sprintf("00:50:56:%02x:%02x:%02x", 0x21, (n>>8)&0xff, n&0xff)})
+		swKey := "key-vim.host.VirtualSwitch-" + storageSwitch
+		mtu := int32(9000)
+		net.Vswitch = append(net.Vswitch, types.HostVirtualSwitch{
+			Name: storageSwitch, Key: swKey, NumPorts: 128, Mtu: mtu,
+			Pnic: []string{"key-vim.host.PhysicalNic-" + storageDevice},
+			Spec: types.HostVirtualSwitchSpec{NumPorts: 128, Mtu: mtu,
+				Bridge: &types.HostVirtualSwitchBondBridge{NicDevice: []string{storageDevice}}},
+		})
+		for _, pg := range []struct {
+			name string
+			vlan int32
+		}{{storagePg, int32(7 + n%3)}, {trunkPg, 4095}} {
+			net.Portgroup = append(net.Portgroup, types.HostPortGroup{
+				Key:     "key-vim.host.PortGroup-" + pg.name,
+				Vswitch: swKey,
+				Spec:    types.HostPortGroupSpec{Name: pg.name, VlanId: pg.vlan, VswitchName: storageSwitch},
+			})
+		}
+		net.Vnic = append(net.Vnic, types.HostVirtualNic{
+			Device: "vmk1", Key: "key-vim.host.VirtualNic-vmk1", Portgroup: storagePg,
+			Spec: types.HostVirtualNicSpec{
+				Ip:  &types.HostIpConfig{IpAddress: fmt.Sprintf("192.168.%d.%d", n/250, n%250+1), SubnetMask: "255.255.255.0"},
+				Mac: fmt.Sprintf("00:50:56:%02x:%02x:%02x", 0x30, (n>>8)&0xff, n&0xff), Mtu: mtu, Portgroup: storagePg,
+			},
+		})
+		if hw := host.Hardware; hw != nil {
+			hw.PciDevice = append(hw.PciDevice,
+				types.HostPciDevice{Id: "0000:1b:00.0", ClassId: 512, VendorName: "Intel Corporation", DeviceName: "Ethernet Controller X550"},
+				types.HostPciDevice{Id: "0000:1c:00.0", ClassId: 512, VendorName: "Intel Corporation", DeviceName: "82599EB 10-Gigabit SFI/SFP+"})
+		}
+	})
+}
+
+// cardFor makes the network card of a machine's n-th place on its host:
+// E1000, VMXNET 3 and E1000e in turn.
+func cardFor(n int, template types.VirtualE1000) types.BaseVirtualDevice {
+	switch n % 3 {
+	case 1:
+		return &types.VirtualVmxnet3{VirtualVmxnet: types.VirtualVmxnet{VirtualEthernetCard: template.VirtualEthernetCard}}
+	case 2:
+		return &types.VirtualE1000e{VirtualEthernetCard: template.VirtualEthernetCard}
+	}
+	return &template
+}
+
+// setFtRole makes a machine the primary or the secondary of a
+// fault-tolerant pair.
+func setFtRole(vm *simulator.VirtualMachine, primary bool) {
+	var info types.BaseFaultToleranceConfigInfo
+	if primary {
+		info = &types.FaultTolerancePrimaryConfigInfo{FaultToleranceConfigInfo: types.FaultToleranceConfigInfo{Role: 1}}
+	} else {
+		info = &types.FaultToleranceSecondaryConfigInfo{FaultToleranceConfigInfo: types.FaultToleranceConfigInfo{Role: 2}}
+	}
+	simulator.Map.WithLock(vm, func() { vm.Config.FtInfo = info })
+	simulator.Map.Update(vm, []types.PropertyChange{{Name: "config.ftInfo", Val: info}})
+}
+
+// addNestedHost puts a standalone host in a folder inside a folder of the
+// datacenter's host folder, with machines in nested VM folders.
+func (s *Simulator) addNestedHost(ctx context.Context, dc *simulator.Datacenter, vms int) error {
+	var hostFolder, vmFolder types.ManagedObjectReference
+	var dcName string
+	simulator.Map.WithLock(dc, func() { hostFolder, vmFolder, dcName = dc.HostFolder, dc.VmFolder, dc.Name })
+	outer, err := object.NewFolder(s.vim, hostFolder).CreateFolder(ctx, "Lab")
+	if err != nil {
+		return err
+	}
+	inner, err := outer.CreateFolder(ctx, "Racks")
+	if err != nil {
+		return err
+	}
+	info, err := waitTask(inner.AddStandaloneHost(ctx, types.HostConnectSpec{HostName: dcName + "_" + nestedHost}, true, nil, nil))
+	if err != nil {
+		return err
+	}
+	hostRef := info.Result.(types.ManagedObjectReference)
+	host := simulator.Map.Get(hostRef).(*simulator.HostSystem)
+	if err := s.mountDatastores(ctx, hostRef, dc.Self); err != nil {
+		return err
+	}
+	n := refNumber(hostRef.Value) + 2000
+	s.giveHostIdentity(host, n)
+	addHostVariety(host, n)
+	s.publishHostNetwork(host)
+	apps, err := object.NewFolder(s.vim, vmFolder).CreateFolder(ctx, "Apps")
+	if err != nil {
+		return err
+	}
+	web, err := apps.CreateFolder(ctx, "Web")
+	if err != nil {
+		return err
+	}
+	// Its machines are on the standard network: the host is on no switch.
+	var network *types.ManagedObjectReference
+	if n := simulator.Map.FindByName(standardNet, dc.Network); n != nil {
+		ref := n.Reference()
+		network = &ref
+	}
+	for i := 0; i < vms; i++ {
+		name := fmt.Sprintf("%s_%s_VM%d", dcName, nestedHost, i)
+		if _, err := s.createVMIn(ctx, name, hostRef, network, true, web.Reference(), i); err != nil {
+			return err
+		}
+	}
+	return nil
+}
