@@ -48,6 +48,10 @@ void createEventFilter(Kel::Ptr<HarbecSm> sm);
 void waitForUpdates(Kel::Ptr<HarbecSm> sm);
 void checkForUpdates(Kel::Ptr<HarbecSm> sm);
 void processUpdateSet(Kel::Ptr<HarbecSm> sm, ns2__UpdateSet* set);
+// One round of a set: fn for every object of type objType, of the given
+// kind unless all, in the order of the filters and their objects.
+void processUpdates(Kel::Ptr<VI> vi, ns2__UpdateSet* set, void (*fn)(ns2__ObjectUpdate*, Kel::Ptr<VI>),
+                    std::string objType, bool all, ns2__ObjectUpdateKind kind);
 void applyConfig(Kel::Ptr<HarbecSm> sm);
 void fetchDvPorts(HarbecSm::Ptr sm);
 void blockPort(HarbecSm::Ptr sm, Kel::String8 portKey, bool block);

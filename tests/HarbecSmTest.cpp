@@ -16,16 +16,14 @@
 #include "Kel/Log.h"
 #include "Kel/Trace.h"
 #include "VcSim.h"
+#include "support/SessionHarness.h"
 #include "session/HarbecSmInternal.h"
 #include "session/HostIds.h"
 
 using namespace Harbec;
-using Lines = std::vector<std::string>;
+using namespace harness;
 
 namespace {
-
-const char kUser[] = "administrator@vsphere.local";
-const char kPassword[] = "vmware";
 
 // Re-executed children: the sessions' threads and sockets stay out of them.
 void useThreadsafeDeathTests() { GTEST_FLAG_SET(death_test_style, "threadsafe"); }
@@ -71,26 +69,6 @@ const std::string kLossOfConnectivity = "HARBEC_COMMUNICATION_ERROR: Loss of con
 std::string rpcFault(const std::string& rpc) { return "HARBEC_RPC_FAULT: The RPC " + rpc + " failed."; }
 std::string connectFailed(const std::string& what) { return "HARBEC_CONNECT_FAILED: Failed to connect to vCenter. " + what; }
 
-// Operator log lines as "HANDLE: text".
-class LogCapture {
- public:
-  LogCapture() {
-    Kel::logSinkIs([this](const Kel::LogHandle& h, const Kel::String8& text) {
-      std::lock_guard<std::mutex> g(mutex_);
-      lines_.push_back(h.id().str() + ": " + text.str());
-    });
-  }
-  ~LogCapture() { Kel::logSinkIs(nullptr); }
-  Lines take() {
-    std::lock_guard<std::mutex> g(mutex_);
-    return std::exchange(lines_, {});
-  }
-
- private:
-  std::mutex mutex_;
-  Lines lines_;
-};
-
 // Every trace taken while it lives, all levels.
 class TraceCapture {
  public:
@@ -101,92 +79,6 @@ class TraceCapture {
 
  private:
   std::ostringstream text_;
-};
-
-struct StatusView {
-  unsigned successCount, failureCount;
-  std::string lastMsgSent, lastSuccessMsg, lastFailedMsg, lastError;
-  double lastRoundTripTime;
-};
-
-// The handler of a test's SoapThread: passes each request to the session on
-// the thread's consumer, then tells the test that the request is done.
-class Relay : public SoapRequestHandler {
- public:
-  using Ptr = Kel::Ptr<Relay>;
-  static Ptr create(const HarbecSm::Ptr& sm) { return Ptr::adopt(new Relay(sm)); }
-  void processSoapRequest(const Kel::Ptr<const SoapRequest>& request) override {
-    sm_->processSoapRequest(request);
-    sem_post(&done_);
-  }
-  bool done() {
-    timespec until;
-    clock_gettime(CLOCK_REALTIME, &until);
-    until.tv_sec += 60;
-    return sem_timedwait(&done_, &until) == 0;
-  }
-
- private:
-  explicit Relay(const HarbecSm::Ptr& sm) : SoapRequestHandler(sm->soapStatus(), sm->sessionStatus()), sm_(sm) {
-    sem_init(&done_, 0, 0);
-  }
-  ~Relay() override { sem_destroy(&done_); }
-  HarbecSm::Ptr sm_;
-  sem_t done_;
-};
-
-// A session as the host agent builds it: its own status entities, the
-// configuration and the inventory root, optionally behind a SoapThread.
-struct Session {
-  Session(const std::string& instance, const std::string& url, const std::string& password = kPassword,
-          bool exitOnConnectionError = false, bool threaded = true) {
-    config->urlIs(url);
-    config->usernameIs(kUser);
-    config->passwordIs(password);
-    sm = harbecSmFactory(soapStatus, sessionStatus, instance, config, vi, exitOnConnectionError);
-    if (threaded) {
-      relay = Relay::create(sm);
-      thread = soapThreadFactory(relay);
-    }
-  }
-  ~Session() {
-    Kel::ActivityLockAnchor anchor;
-    thread = nullptr;
-  }
-
-  // Carries a request out, on the thread if there is one, and returns once
-  // it is done.
-  void serve(const SoapRequest::Ptr& request) {
-    if (!thread) return sm->processSoapRequest(request);
-    thread->addWebServiceRequest(request);
-    ASSERT_TRUE(relay->done()) << "request not served";
-  }
-  void connect() { serve(connectRequestFactory("connect")); }
-  void probe() { serve(connectionStatusRequestFactory("probe")); }
-  void post(const Lines& messages) {
-    LogMsgRequest::Ptr request = logMsgRequestFactory("log");
-    for (const std::string& m : messages) request->logMsgEnq(LogMsg("vm-50", m, true));
-    serve(request);
-  }
-
-  SessionState state() const {
-    Kel::ActivityLockAnchor anchor;
-    return sessionStatus->sessionState();
-  }
-  StatusView status() const {
-    Kel::ActivityLockAnchor anchor;
-    return {soapStatus->successCount(),   soapStatus->failureCount(),  soapStatus->lastMsgSent().str(),
-            soapStatus->lastSuccessMsg().str(), soapStatus->lastFailedMsg().str(), soapStatus->lastError().str(),
-            soapStatus->lastRoundTripTime()};
-  }
-
-  SoapStatus::Ptr soapStatus = soapStatusFactory("soapStatus");
-  SessionStatus::Ptr sessionStatus = sessionStatusFactory("sessionStatus");
-  ViConfig::Ptr config = viConfigFactory("viConfig");
-  VI::Ptr vi = vIFactory("vi");
-  HarbecSm::Ptr sm;
-  Relay::Ptr relay;
-  SoapThread::Ptr thread;
 };
 
 // "https://127.0.0.1:41523/sdk" -> "127.0.0.1:41523"
@@ -245,12 +137,16 @@ TEST_F(HarbecSmTest, UpdateThreadClearsTheInventoryAndLogsIn) {
   EXPECT_EQ(s.state(), sessionConnected);
   EXPECT_EQ(log.take(), Lines{"HARBEC_VCENTER_CONNECTED: Pathline agent successfully connected to vCenter " +
                               hostOf(sim->url) + "."});
+  // The filters follow the login: the first collector, asked for with no
+  // filter, and the time are not counted.
   StatusView st = s.status();
-  EXPECT_EQ(st.successCount, 2u);
+  EXPECT_EQ(st.successCount, 6u);
   EXPECT_EQ(st.failureCount, 0u);
-  EXPECT_EQ(st.lastMsgSent, "soapMsgLogin");
-  EXPECT_EQ(st.lastSuccessMsg, "soapMsgLogin");
-  EXPECT_EQ(sim->calls(), (Lines{"RetrieveServiceContent", "Login"}));
+  EXPECT_EQ(st.lastMsgSent, "soapMsgCreateFilter");
+  EXPECT_EQ(st.lastSuccessMsg, "soapMsgCreateFilter");
+  EXPECT_EQ(sim->calls(), (Lines{"RetrieveServiceContent", "Login", "CreateFilter", "CurrentTime",
+                                 "CreateCollectorForEvents", "CreateCollectorForEvents", "SetCollectorPageSize",
+                                 "CreateFilter"}));
   {
     Kel::ActivityLockAnchor anchor;
     EXPECT_EQ(s.vi->esxHosts(), 0u);
