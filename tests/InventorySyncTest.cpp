@@ -17,6 +17,7 @@
 #include "VcSim.h"
 #include "session/HostIds.h"
 #include "support/SessionHarness.h"
+#include "support/SimulatorSuite.h"
 
 using namespace Harbec;
 using namespace harness;
@@ -451,6 +452,53 @@ TEST_F(InventorySync, MigrationEventsSetTheVmotionAttributes) {
   for (const std::string& line : lines) EXPECT_TRUE(line == started || line.rfind(ended, 0) == 0) << line;
   EXPECT_NE(std::find(lines.begin(), lines.end(), "HARBEC_VMOTION_END: VM " + vmName + " migrated to " + destName + "."),
             lines.end());
+}
+
+// Ports the agent asks to shut down are blocked before the next wait, and
+// leave the collection.
+TEST_F(InventorySync, PortsToShutDownAreBlockedBeforeTheNextWait) {
+  Session s("UpdateThread", sim->url);
+  s.connect();
+  s.serve(checkForUpdatesRequestFactory("updates"));
+  std::string dvs;
+  Lines keys;
+  locked([&] {
+    dvs = cat(s.vi->dvsIterator().key());
+    for (auto i = s.vi->vmIterator(); i; ++i)
+      for (auto v = i.value()->vnicIterator(); v; ++v)
+        if (v.value()->portKey().length() && keys.size() < 3) keys.push_back(cat(v.value()->portKey()));
+    s.vi->shutDownPortsIs(keys[0], "shut");
+    s.vi->shutDownPortsIs(keys[1], "shut");
+    return 0;
+  });
+  ASSERT_EQ(keys.size(), 3u);
+  // The requests name no switch; here such calls reach the switch.
+  post("/options", "{\"emptyDvsRef\":\"" + dvs + "\"}");
+  auto drained = [&] {
+    for (int i = 0; i < 1500 && locked([&] { return s.vi->shutDownPortss(); }); ++i)
+      std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    return locked([&] { return s.vi->shutDownPortss(); }) == 0;
+  };
+  auto blocked = [&](const std::string& key) {
+    return compact(sim->call("GET", "/portreconfigs"))
+               .find("\"key\":\"" + key + "\",\"blocked\":{\"inherited\":false,\"value\":true}") != std::string::npos;
+  };
+
+  startWaiting(s);
+  ASSERT_TRUE(drained());
+  EXPECT_TRUE(blocked(keys[0]));
+  EXPECT_TRUE(blocked(keys[1]));
+  Lines calls;
+  for (const std::string& c : sim->calls())
+    if (c == "ReconfigureDVPort_Task" || c == "WaitForUpdates") calls.push_back(c);
+  EXPECT_EQ(calls, (Lines{"ReconfigureDVPort_Task", "ReconfigureDVPort_Task", "WaitForUpdates"}));
+
+  // While the thread waits, a port waits for the next set.
+  locked([&] { return s.vi->shutDownPortsIs(keys[2], "shut"), 0; });
+  post("/vm/power", "{\"vm\":\"" + machines(s.vi).at(0).first + "\",\"state\":\"poweredOff\"}");
+  ASSERT_TRUE(drained());
+  EXPECT_TRUE(blocked(keys[2]));
+  stopWaiting(s);
 }
 
 // 200 hosts and 5,000 machines: the first set is taken in whole. Opt-in,
