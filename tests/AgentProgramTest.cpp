@@ -1,12 +1,17 @@
 // The harbec-agent program as its users run it: exit statuses and one-line
 // reasons, the connect back-off against a port where nothing listens, a
-// refused login, and a whole run against the vCenter simulator and the
-// vShield Manager stand-in over loopback.
+// refused login, whole runs against the vCenter simulator and the vShield
+// Manager stand-in over loopback (once as JSON, the demo, the live mode).
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <poll.h>
+#include <signal.h>
+#include <spawn.h>
 #include <sys/wait.h>
 
 #include <cstdio>
 #include <fstream>
+#include <set>
 #include <sstream>
 
 #include "VcSim.h"
@@ -99,4 +104,115 @@ TEST(AgentProgram, RefusedLoginEndsAtOnce) {
   EXPECT_NE(r.err.find("HARBEC_CONNECT_FAILED: "), std::string::npos) << "the library's own log line";
   EXPECT_EQ(lastLine(r.err), "harbec-agent: vCenter at " + vc.url + " refused the login of " + kUser);
   EXPECT_EQ(r.err.find("attempt 2"), std::string::npos);
+}
+
+TEST(AgentProgram, OnceJsonHoldsTheSimulatorsInventoryAndTheManagersSegments) {
+  vcsim::Simulator vc(kUser, kPassword);
+  vsmstub::Stub vsm;
+  vsm.answer("[{\"path\":\"api/2.0/global/heartbeat\",\"generate\":{\"kind\":\"heartbeat\"}},"
+             "{\"path\":\"api/2.0/vdn/virtualwires\",\"generate\":{\"kind\":\"virtualWires\",\"count\":2}}]");
+  std::set<std::string> hosts, vms;
+  for (const std::string& ref : peer::values(vc.call("GET", "/inventory"), "ref")) {
+    if (ref.rfind("host-", 0) == 0) hosts.insert(ref);
+    if (ref.rfind("vm-", 0) == 0) vms.insert(ref);
+  }
+  ASSERT_FALSE(hosts.empty());
+  ASSERT_FALSE(vms.empty());
+  // One host's distributed switch uplink announces this switch's port 7.
+  const std::string cabled = *hosts.begin();
+  vc.call("POST", "/hints",
+          "{\"host\":\"" + cabled + "\",\"device\":\"vmnic1\",\"cdp\":{\"devId\":\"00:1c:73:aa:bb:cc\","
+          "\"portId\":\"Ethernet7\"}}");
+
+  Outcome r = runAgent("--vcenter " + vc.url + " --user " + kUser + " --password-file - --vsm " + vsm.url +
+                           " --vsm-user admin --vsm-password-file - --bridge-mac 00:1c:73:aa:bb:cc --once --json",
+                       std::string(kPassword) + "\ndefault\n");
+  ASSERT_EQ(r.status, 0) << r.err;
+  EXPECT_EQ(r.out.rfind("{\n  \"interfaces\": [", 0), 0u) << r.out;
+  std::set<std::string> seenHosts, seenVms;
+  for (const std::string& ref : peer::values(r.out, "ref")) {
+    if (ref.rfind("host-", 0) == 0) seenHosts.insert(ref);
+    if (ref.rfind("vm-", 0) == 0) seenVms.insert(ref);
+  }
+  EXPECT_EQ(seenHosts, hosts);
+  EXPECT_EQ(seenVms, vms);
+  EXPECT_EQ(peer::values(r.out, "hostRef").at(0), cabled) << "Ethernet7 comes first, tied to its host";
+  size_t vmsOfEthernet7 = r.out.find("\"vms\": [", r.out.find("\"name\": \"Ethernet7\""));
+  const std::string nonEmpty = "\"vms\": [\n        {";
+  EXPECT_EQ(r.out.substr(vmsOfEthernet7, nonEmpty.size()), nonEmpty) << "with machines behind it";
+  EXPECT_EQ(peer::values(r.out, "id"), (std::vector<std::string>{"virtualwire-1", "virtualwire-2"}));
+  EXPECT_EQ(vsm.uris().at(0), "/api/2.0/global/heartbeat");
+}
+
+TEST(AgentProgram, DemoShowsWhatStandsBehindTheSwitch) {
+  Outcome r = runAgent("--once");
+  ASSERT_EQ(r.status, 0) << r.err;
+  for (const char* part : {"Interface Ethernet1 -> host ", "uplink of DVS0", "neighbour announced: leaf1 Ethernet1",
+                           "VLANs to carry: ", "build-runner", "Hosts no interface reaches:\n  ",
+                           "vShield segments:\n  VNI", "5001  web-tier"})
+    EXPECT_NE(r.out.find(part), std::string::npos) << part << "\n---\n" << r.out;
+}
+
+// Live mode with --json: one document a line, the first after the sync,
+// then one after each change; an interrupt ends it with status 0.
+TEST(AgentProgram, LiveJsonFollowsChangesUntilInterrupted) {
+  vcsim::Simulator vc(kUser, kPassword);
+  std::string vm;
+  for (const std::string& ref : peer::values(vc.call("GET", "/inventory"), "ref"))
+    if (vm.empty() && ref.rfind("vm-", 0) == 0) vm = ref;
+
+  int in[2], out[2];
+  ASSERT_EQ(pipe2(in, O_CLOEXEC), 0);
+  ASSERT_EQ(pipe2(out, O_CLOEXEC), 0);
+  posix_spawn_file_actions_t actions;
+  posix_spawn_file_actions_init(&actions);
+  posix_spawn_file_actions_adddup2(&actions, in[0], 0);
+  posix_spawn_file_actions_adddup2(&actions, out[1], 1);
+  std::vector<std::string> args{HARBEC_AGENT_BINARY, "--vcenter", vc.url, "--user", kUser,
+                                "--password-file", "-", "--json", "--quiet", "--poll", "1"};
+  std::vector<char*> argv;
+  for (std::string& a : args) argv.push_back(a.data());
+  argv.push_back(nullptr);
+  pid_t pid = 0;
+  ASSERT_EQ(posix_spawn(&pid, argv[0], &actions, nullptr, argv.data(), environ), 0);
+  posix_spawn_file_actions_destroy(&actions);
+  close(in[0]);
+  close(out[1]);
+  ASSERT_EQ(write(in[1], "vmware\n", 7), 7);
+  close(in[1]);
+
+  std::string pending;
+  auto nextLine = [&]() -> std::string {
+    pollfd p{out[0], POLLIN, 0};
+    for (size_t nl; (nl = pending.find('\n')) == std::string::npos;) {
+      char buf[65536];
+      ssize_t n = poll(&p, 1, 60000) > 0 ? read(out[0], buf, sizeof buf) : 0;
+      if (n <= 0) return "";
+      pending.append(buf, static_cast<size_t>(n));
+    }
+    std::string line = pending.substr(0, pending.find('\n'));
+    pending.erase(0, line.size() + 1);
+    return line;
+  };
+  auto powerOf = [&](const std::string& doc) -> std::string {
+    const std::string mark = "\"ref\":\"" + vm + "\",\"power\":\"";
+    size_t at = doc.find(mark);
+    if (at == std::string::npos) return "";
+    at += mark.size();
+    return doc.substr(at, doc.find('"', at) - at);
+  };
+
+  std::string first = nextLine();
+  EXPECT_EQ(first.rfind("{\"interfaces\":[", 0), 0u) << first;
+  EXPECT_EQ(powerOf(first), "on");
+  vc.call("POST", "/vm/power", "{\"vm\":\"" + vm + "\",\"state\":\"poweredOff\"}");
+  std::string doc;
+  for (int i = 0; i < 10 && powerOf(doc) != "off"; ++i) doc = nextLine();
+  EXPECT_EQ(powerOf(doc), "off") << doc;
+
+  kill(pid, SIGINT);
+  int status = -1;
+  waitpid(pid, &status, 0);
+  close(out[0]);
+  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
 }
