@@ -1,11 +1,8 @@
 // DV port counters on the plain road: FetchDvPortRequest, RefreshDvPortRequest
 // and the fetch of the ports asked for, against the vCenter simulator, with
-// an inventory seeded from the ports it has in use; the blocked test, the
-// counter table and what a reply leaves alone, with hand-built records.
+// an inventory seeded from the ports it has in use: the counter table, the
+// blocked test, what a reply leaves alone, and NICs the inventory lacks.
 #include <gtest/gtest.h>
-
-#include <deque>
-#include <memory>
 
 #include "support/SimulatorSuite.h"
 #include "support/SimPorts.h"
@@ -149,97 +146,36 @@ TEST_F(DvPortStatisticsTest, CounterUpdateRequestMovesNothing) {
   EXPECT_EQ(vnic("vm-50", "4000")->counterRefreshTime(), 0.0);
 }
 
-// Hand-built replies: the cases no simulator reply shows.
-class UpdateCountersRecords : public testing::Test {
- protected:
-  UpdateCountersRecords() {
+// A policy without value does not block; one with a value does, though
+// without runtime state the link stays as it was. A NIC that the inventory
+// lacks ends the process.
+TEST_F(DvPortStatisticsTest, BlockedTestAndNicsMissingFromTheInventory) {
+  seed();
+  simports::setPort(*sim, "0", "\"blocked\":{\"inherited\":true}");
+  simports::setPort(*sim, "3", "\"blocked\":{\"inherited\":false,\"value\":true},\"omitState\":true");
+  fetch({0, 3});
+  {
     Kel::ActivityLockAnchor anchor;
-    EsxHost::Ptr host = s.vi->esxHostIs("host-1", 1u);
-    host->pnicIs("vmnic0", static_cast<unsigned char>(1))->mtuIs(1500);
-    s.vi->vmIs("vm-1")->vnicIs("4000");
+    EXPECT_EQ(pnic("host-23", "vmnic1")->operStatus(), Interface::intfOperStatusUp);
+    EXPECT_EQ(pnic("host-23", "vmnic1")->linkStatus(), Interface::linkStatusUp);
+    EXPECT_EQ(vnic("vm-50", "4000")->operStatus(), Interface::intfOperStatusDown);
+    EXPECT_EQ(vnic("vm-50", "4000")->linkStatus(), Interface::linkStatusUnknown);
+    EXPECT_EQ(vnic("vm-50", "4000")->counterRefreshTime(), 0.0);
   }
-  ns2__DistributedVirtualPort* port(const std::string& key, const char* type, const std::string& entity,
-                                    const std::string& nicKey) {
-    auto* p = make<ns2__DistributedVirtualPort>();
-    p->key = key;
-    p->connectee = make<ns2__DistributedVirtualSwitchPortConnectee>();
-    p->connectee->type = type ? text(type) : nullptr;
-    p->connectee->connectedEntity = make<ns2__ManagedObjectReference>();
-    p->connectee->connectedEntity->__item = entity;
-    p->connectee->nicKey = text(nicKey);
-    p->state = make<ns2__DVPortState>();
-    p->state->runtimeInfo = make<ns2__DVPortStatus>();
-    p->state->runtimeInfo->linkUp = true;
-    response.returnval.push_back(p);
-    return p;
-  }
-  template <class T>
-  T* make() {
-    records_.emplace_back(new T());
-    return static_cast<T*>(records_.back().get());
-  }
-  std::string* text(const std::string& v) { return &texts_.emplace_back(v); }
 
-  Session s{"Worker", "https://127.0.0.1:1/sdk", kPassword, false, false};
-  _ns2__FetchDVPortsResponse response;
-
- private:
-  std::vector<std::unique_ptr<xsd__anyType>> records_;
-  std::deque<std::string> texts_;
-};
-
-TEST_F(UpdateCountersRecords, BlockedTestAndWhatAReplyLeavesAlone) {
-  ns2__DistributedVirtualPort* uplink = port("1", "pnic", "host-1", "vmnic0");
-  uplink->config = make<ns2__DVPortConfigInfo>();
-  uplink->config->setting = make<ns2__DVPortSetting>();
-  uplink->config->setting->blocked = make<ns2__BoolPolicy>();
-  ns2__DistributedVirtualPort* card = port("2", "vmVnic", "vm-1", "4000");
-  card->state->runtimeInfo = nullptr;
-  card->config = make<ns2__DVPortConfigInfo>();
-  card->config->setting = make<ns2__DVPortSetting>();
-  card->config->setting->blocked = make<ns2__BoolPolicy>();
-  card->config->setting->blocked->value = &xsd_false;
-  port("3", nullptr, "vm-1", "4000");  // no connectee type: passed over
-  updateCounters(s.sm, response);
-
-  Kel::ActivityLockAnchor anchor;
-  Pnic::Ptr pnic = s.vi->esxHost("host-1")->pnic("vmnic0");
-  EXPECT_EQ(pnic->operStatus(), Interface::intfOperStatusUp) << "a policy without value does not block";
-  EXPECT_EQ(pnic->linkStatus(), Interface::linkStatusUp);
-  EXPECT_EQ(pnic->mtu(), 1500u);
-  EXPECT_EQ(pnic->counterRefreshTime(), 0.0) << "no stats in the reply";
-  Vnic::Ptr vnic = s.vi->vm("vm-1")->vnic("4000");
-  EXPECT_EQ(vnic->operStatus(), Interface::intfOperStatusDown) << "a value of false blocks";
-  EXPECT_EQ(vnic->linkStatus(), Interface::linkStatusUnknown) << "no runtime state";
-}
-
-TEST_F(UpdateCountersRecords, CountersInTheirOrder) {
-  ns2__DistributedVirtualPort* p = port("1", "pnic", "host-1", "vmnic0");
-  auto* stats = p->state->stats = make<ns2__DistributedVirtualSwitchPortStatistics>();
-  LONG64* fields[] = {&stats->packetsInMulticast,  &stats->packetsOutMulticast, &stats->bytesInMulticast,
-                      &stats->bytesOutMulticast,   &stats->packetsInUnicast,    &stats->packetsOutUnicast,
-                      &stats->bytesInUnicast,      &stats->bytesOutUnicast,     &stats->packetsInBroadcast,
-                      &stats->packetsOutBroadcast, &stats->bytesInBroadcast,    &stats->bytesOutBroadcast,
-                      &stats->packetsInDropped,    &stats->packetsOutDropped,   &stats->packetsInException,
-                      &stats->packetsOutException};
-  LONG64 n = 0;
-  for (LONG64* f : fields) *f = ++n;  // the numbers of the simulator's set
-  updateCounters(s.sm, response);
-  Kel::ActivityLockAnchor anchor;
-  EXPECT_EQ(s.vi->esxHost("host-1")->pnic("vmnic0")->stats(), simports::statsOfJson());
-}
-
-TEST_F(UpdateCountersRecords, ANicMissingFromTheInventoryEndsTheProcess) {
-  GTEST_FLAG_SET(death_test_style, "threadsafe");
-  port("1", "pnic", "host-1", "vmnic7");
-  EXPECT_DEATH(updateCounters(s.sm, response), "Assertion `pnic' failed");
-  response.returnval.clear();
-  port("2", "vmVnic", "vm-1", "4001");
-  EXPECT_DEATH(updateCounters(s.sm, response), "Assertion `vnic !=__null' failed");
-  response.returnval.clear();
-  ns2__DistributedVirtualPort* vmk = port("3", "hostVmkVnic", "host-1", "vmk0");
-  vmk->proxyHost = vmk->connectee->connectedEntity;
-  EXPECT_DEATH(updateCounters(s.sm, response), "Assertion `vnic !=__null' failed") << "the host has no kernel machine";
+  auto connectee = [](const std::string& key, const std::string& fields) {
+    sim->call("POST", "/ports/connectee", "{\"dvs\":\"dvs-9\",\"key\":\"" + key + "\"," + fields + "}");
+  };
+  auto fetchNow = [](FetchDvPortRequest::Ptr request, unsigned port) {
+    request->dvPortEnq(port);
+    return request;
+  };
+  connectee("1", "\"nicKey\":\"vmnic7\"");
+  connectee("4", "\"nicKey\":\"4099\"");
+  connectee("5", "\"type\":\"hostVmkVnic\",\"nicKey\":\"vmk9\"");
+  EXPECT_DEATH(s.sm->processSoapRequest(fetchNow(fetchDvPortRequestFactory("f"), 1)), "Assertion `pnic' failed");
+  EXPECT_DEATH(s.sm->processSoapRequest(fetchNow(fetchDvPortRequestFactory("f"), 4)), "Assertion `vnic !=__null' failed");
+  EXPECT_DEATH(s.sm->processSoapRequest(fetchNow(fetchDvPortRequestFactory("f"), 5)), "Assertion `vnic !=__null' failed");
 }
 
 }  // namespace
