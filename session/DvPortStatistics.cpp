@@ -153,7 +153,7 @@ void updateCounters(HarbecSm::Ptr sm, _ns2__FetchDVPortsResponse& response) {
   VI::Ptr vi = sm->vi();
   for (const ns2__DistributedVirtualPort* dvPort : response.returnval) {
     const ns2__DistributedVirtualSwitchPortConnectee* connectee = dvPort->connectee;
-    if (connectee && connectee->connectedEntity && connectee->type) {
+    if (connectee && connectee->connectedEntity && connectee->connectedEntity->type && connectee->type) {
       // Any blocked policy counts, whatever its value says.
       bool blocked = dvPort->config && dvPort->config->setting && dvPort->config->setting->blocked &&
                      dvPort->config->setting->blocked->value;
