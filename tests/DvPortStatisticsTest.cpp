@@ -102,6 +102,29 @@ TEST_F(DvPortStatisticsTest, FetchOfThePortsAskedForEmptiesTheList) {
   EXPECT_EQ(asked, 1) << "port 5 was not asked for";
 }
 
+// After each update round the ports asked for are fetched, onto the
+// inventory that the round has built.
+TEST_F(DvPortStatisticsTest, TheUpdateRoundFetchesThePortsAskedFor) {
+  simports::setPort(*sim, "3", std::string("\"stats\":") + simports::kStatsJson);
+  Session u("UpdateThread", sim->url);
+  u.connect();
+  {
+    Kel::ActivityLockAnchor anchor;
+    u.vi->newPortIs("3", "3");
+  }
+  u.serve(checkForUpdatesRequestFactory("updates"));
+  Lines calls = sim->calls();
+  EXPECT_EQ(Lines(calls.end() - 2, calls.end()), (Lines{"CheckForUpdates", "FetchDVPorts"}));
+  u.serve(checkForUpdatesRequestFactory("updates"));
+  EXPECT_EQ(sim->calls().back(), "CheckForUpdates") << "nothing left to ask for";
+  Kel::ActivityLockAnchor anchor;
+  EXPECT_EQ(u.vi->newPorts(), 0u);
+  Vnic::Ptr card = u.vi->vm("vm-50")->vnic("4000");
+  EXPECT_EQ(card->portKey(), "3");
+  EXPECT_EQ(card->stats(), simports::statsOfJson());
+  EXPECT_EQ(card->linkStatus(), Interface::linkStatusUp);
+}
+
 TEST_F(DvPortStatisticsTest, RefreshTellsVcenterFirstThenFetches) {
   seed();
   simports::setPort(*sim, "2", std::string("\"stats\":") + simports::kStatsJson);

@@ -53,11 +53,12 @@ class HostNetworkHintsTest : public SimulatorSuite {
     sim->call("POST", "/hints",
               "{\"host\":\"" + host + "\",\"device\":\"" + device + "\"" + (records.empty() ? "" : ",") + records + "}");
   }
-  void update(bool queryAllHosts = true) {
+  void update(bool queryAllHosts = true) { update(s, queryAllHosts); }
+  static void update(Session& session, bool queryAllHosts) {
     UpdateHostNwInfoRequest::Ptr request = updateHostNwInfoRequestFactory("nwInfo");
     request->bridgeMacAddrIs(kBridge);
     request->queryAllHostsIs(queryAllHosts);
-    s.serve(request);
+    session.serve(request);
   }
   IntfToEsxMap::Ptr intf(const std::string& name) { return s.vi->intfToEsxMap(name); }
   Pnic::Ptr pnic(const std::string& host, const std::string& device) { return s.vi->esxHost(host)->pnic(device); }
@@ -158,6 +159,29 @@ TEST_F(HostNetworkHintsTest, IncompleteRecordsClearThePeer) {
   Kel::ActivityLockAnchor anchor;
   EXPECT_EQ(intf("Ethernet1")->hostRef(), "host-23") << "a vanished hint leaves the tie";
   EXPECT_EQ(intf("Ethernet1")->nwInfoRspCnt(), 1u);
+}
+
+// On an inventory that a real update set has built: hosts are asked by
+// their network systems, and the first answer after that set marks the
+// initial sync; before it, no host is known and nothing is asked.
+TEST_F(HostNetworkHintsTest, TheFirstAnswerAfterTheFirstUpdateSetMarksTheInitialSync) {
+  Session u("UpdateThread", sim->url);
+  u.connect();
+  hint("host-36", "vmnic1", cdp(kBridge, "Ethernet1"));
+  update(u, true);
+  EXPECT_EQ(askedNetworkSystems(), Lines{});
+  u.serve(checkForUpdatesRequestFactory("updates"));
+  {
+    Kel::ActivityLockAnchor anchor;
+    EXPECT_FALSE(u.vi->initialSync());
+    u.vi->intfToEsxMapIs("Ethernet1");
+  }
+  update(u, true);
+  EXPECT_EQ(askedNetworkSystems(), (Lines{"hostnetworksystem-18", "hostnetworksystem-32", "hostnetworksystem-40"}));
+  Kel::ActivityLockAnchor anchor;
+  EXPECT_TRUE(u.vi->initialSync());
+  EXPECT_EQ(u.vi->intfToEsxMap("Ethernet1")->hostRef(), "host-36");
+  EXPECT_EQ(u.vi->esxHost("host-36")->pnic("vmnic1")->peerIntf(), "Ethernet1");
 }
 
 // Without queryAllHosts only hosts tied to an interface are asked; a tie to

@@ -70,4 +70,39 @@ TEST_F(PortBlockingTest, ARefusalIsAFatalFailure) {
   EXPECT_EQ(s.state(), sessionConnected);
 }
 
+// Before the next update call the pending shutdowns go out one by one, a
+// key leaving the collection once its block has gone through; a failure
+// leaves the failed key and those after it for the next call.
+TEST_F(PortBlockingTest, ShutDownPortsLeaveOnlyOnceBlocked) {
+  sim->call("POST", "/options", "{\"emptyDvsRef\":\"dvs-9\"}");
+  Session u("UpdateThread", sim->url);
+  u.connect();
+  log.take();
+  {
+    Kel::ActivityLockAnchor anchor;
+    for (const char* key : {"3", "4", "5"}) u.vi->shutDownPortsIs(key, "Ethernet1");
+  }
+  sim->call("POST", "/faults",
+            "{\"method\":\"ReconfigureDVPort_Task\",\"kind\":\"fault\",\"faultString\":\"busy\",\"after\":1}");
+  u.serve(checkForUpdatesRequestFactory("updates"));
+  // The injected fault leaves no record of its own.
+  Lines blocked = peer::values(sim->call("GET", "/portreconfigs"), "key");
+  ASSERT_EQ(blocked.size(), 1u);
+  Lines calls = sim->calls();
+  EXPECT_EQ(Lines(calls.end() - 2, calls.end()), (Lines{"ReconfigureDVPort_Task", "ReconfigureDVPort_Task"}))
+      << "no update call after the failure";
+  EXPECT_EQ(log.take().at(0), "HARBEC_RPC_FAULT: The RPC ReconfigureDVPort failed.");
+  {
+    Kel::ActivityLockAnchor anchor;
+    EXPECT_EQ(u.vi->shutDownPortss(), 2u);
+    EXPECT_EQ(u.vi->shutDownPorts(blocked[0]), "") << "blocked, so gone";
+  }
+
+  u.serve(checkForUpdatesRequestFactory("updates"));
+  EXPECT_EQ(sim->calls().back(), "CheckForUpdates");
+  for (const char* key : {"3", "4", "5"}) EXPECT_EQ(blockedOf(key), "{\"inherited\":false,\"value\":true}") << key;
+  Kel::ActivityLockAnchor anchor;
+  EXPECT_EQ(u.vi->shutDownPortss(), 0u);
+}
+
 }  // namespace
