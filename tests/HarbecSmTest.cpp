@@ -9,14 +9,14 @@
 
 #include <ctime>
 #include <mutex>
-#include <sstream>
 #include <utility>
 
 #include "Kel/Lock.h"
 #include "Kel/Log.h"
 #include "Kel/Trace.h"
 #include "VcSim.h"
-#include "support/SessionHarness.h"
+#include "support/SimulatorSuite.h"
+#include "support/TraceCapture.h"
 #include "session/HarbecSmInternal.h"
 #include "session/HostIds.h"
 
@@ -69,18 +69,6 @@ const std::string kLossOfConnectivity = "HARBEC_COMMUNICATION_ERROR: Loss of con
 std::string rpcFault(const std::string& rpc) { return "HARBEC_RPC_FAULT: The RPC " + rpc + " failed."; }
 std::string connectFailed(const std::string& what) { return "HARBEC_CONNECT_FAILED: Failed to connect to vCenter. " + what; }
 
-// Every trace taken while it lives, all levels.
-class TraceCapture {
- public:
-  TraceCapture() { Kel::coverageStream_ = &text_; }
-  ~TraceCapture() { Kel::coverageStream_ = nullptr; }
-  bool has(const std::string& s) const { return text_.str().find(s) != std::string::npos; }
-  std::string text() const { return text_.str(); }
-
- private:
-  std::ostringstream text_;
-};
-
 // "https://127.0.0.1:41523/sdk" -> "127.0.0.1:41523"
 std::string hostOf(const std::string& url) {
   size_t from = url.find("//") + 2;
@@ -102,22 +90,10 @@ std::string deadUrl() {
 
 // Against one simulator for the whole suite; each test starts from a clean
 // record of calls and without fault rules.
-class HarbecSmTest : public testing::Test {
+class HarbecSmTest : public SimulatorSuite {
  protected:
-  static void SetUpTestSuite() { sim = new vcsim::Simulator(kUser, kPassword); }
-  static void TearDownTestSuite() {
-    delete sim;
-    sim = nullptr;
-  }
-  void SetUp() override {
-    useThreadsafeDeathTests();
-    sim->reset();
-  }
-
-  static vcsim::Simulator* sim;
   LogCapture log;
 };
-vcsim::Simulator* HarbecSmTest::sim = nullptr;
 
 TEST_F(HarbecSmTest, UpdateThreadClearsTheInventoryAndLogsIn) {
   Session s("UpdateThread", sim->url);
