@@ -62,6 +62,7 @@ Interface::IntfStatistics intfStatistics(const ns2__DistributedVirtualSwitchPort
 
 // The agent merely marks that it polled; counters move only with fetches.
 void HarbecSm::handleCounterUpdateRequest(const Kel::Ptr<const CounterUpdateRequest>&) {
+  if (!initialized_) return;
   HARBEC_TRACE(5, instance_ << " " << __PRETTY_FUNCTION__);
 }
 
