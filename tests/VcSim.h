@@ -18,8 +18,11 @@ inline std::string binary() {
 
 class Simulator {
  public:
-  Simulator(const std::string& username, const std::string& password, std::vector<std::string> args = {})
-      : process_(binary(), withCredentials(username, password, std::move(args)), {"VCSIM_URL", "VCSIM_CONTROL"}),
+  // `quietMs`: how long the simulator may take to build its inventory.
+  Simulator(const std::string& username, const std::string& password, std::vector<std::string> args = {},
+            int quietMs = 60000)
+      : process_(binary(), withCredentials(username, password, std::move(args)), {"VCSIM_URL", "VCSIM_CONTROL"},
+                 quietMs),
         url(process_.printed("VCSIM_URL")),
         control(process_.printed("VCSIM_CONTROL")) {}
 

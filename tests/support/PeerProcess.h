@@ -14,6 +14,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 #include <map>
@@ -91,10 +92,13 @@ inline std::vector<std::string> values(const std::string& json, const std::strin
 }
 
 // A running peer. Waits until every key of `keys` has been printed as
-// "KEY=value" on a line of its own and keeps the values.
+// "KEY=value" on a line of its own and keeps the values; a peer silent for
+// `quietMs` counts as failed to start (a large inventory takes a while).
+// What it prints later is read with nextLine().
 class Process {
  public:
-  Process(const std::string& bin, const std::vector<std::string>& args, const std::vector<std::string>& keys) {
+  Process(const std::string& bin, const std::vector<std::string>& args, const std::vector<std::string>& keys,
+          int quietMs = 60000) {
     int in[2], out[2];
     if (pipe2(in, O_CLOEXEC) != 0 || pipe2(out, O_CLOEXEC) != 0) throw std::runtime_error("pipe");
     posix_spawn_file_actions_t actions;
@@ -109,14 +113,14 @@ class Process {
     close(in[0]);
     close(out[1]);
     stdin_ = in[1];
+    out_ = out[0];
     if (rc != 0) {
-      close(out[0]);
       stop();
       throw std::runtime_error("cannot start " + bin);
     }
     std::string text;
     char buf[256];
-    pollfd p{out[0], POLLIN, 0};
+    pollfd p{out_, POLLIN, 0};
     auto complete = [&] {
       if (text.empty() || text.back() != '\n') return false;
       for (const std::string& k : keys)
@@ -124,12 +128,12 @@ class Process {
       return true;
     };
     while (!complete()) {
-      if (poll(&p, 1, 60000) <= 0) break;  // a large inventory takes a while
-      ssize_t n = read(out[0], buf, sizeof buf);
+      if (poll(&p, 1, quietMs) <= 0) break;
+      ssize_t n = read(out_, buf, sizeof buf);
       if (n <= 0) break;
       text.append(buf, static_cast<size_t>(n));
     }
-    close(out[0]);
+    size_t end = 0;
     for (const std::string& k : keys) {
       size_t at = text.find(k + "=");
       if (at == std::string::npos) {
@@ -137,8 +141,11 @@ class Process {
         throw std::runtime_error(bin + " printed: " + text);
       }
       at += k.size() + 1;
-      printed_[k] = text.substr(at, text.find('\n', at) - at);
+      size_t eol = text.find('\n', at);
+      printed_[k] = text.substr(at, eol - at);
+      end = std::max(end, eol + 1);
     }
+    later_ = text.substr(end);
   }
   ~Process() { stop(); }
   Process(const Process&) = delete;
@@ -146,8 +153,29 @@ class Process {
 
   const std::string& printed(const std::string& key) const { return printed_.at(key); }
 
+  // The next line printed after the keys, without its end: false when none
+  // comes within `timeoutMs` or the peer's output ends.
+  bool nextLine(std::string* line, int timeoutMs) {
+    for (;;) {
+      size_t nl = later_.find('\n');
+      if (nl != std::string::npos) {
+        *line = later_.substr(0, nl);
+        later_.erase(0, nl + 1);
+        return true;
+      }
+      pollfd p{out_, POLLIN, 0};
+      if (out_ < 0 || poll(&p, 1, timeoutMs) <= 0) return false;
+      char buf[4096];
+      ssize_t n = read(out_, buf, sizeof buf);
+      if (n <= 0) return false;
+      later_.append(buf, static_cast<size_t>(n));
+    }
+  }
+
   // Ends the peer and waits for it; its ports are closed on return.
   void stop() {
+    if (out_ >= 0) close(out_);
+    out_ = -1;
     if (pid_ <= 0) return;
     close(stdin_);
     kill(pid_, SIGTERM);
@@ -159,7 +187,9 @@ class Process {
  private:
   pid_t pid_ = 0;
   int stdin_ = -1;
+  int out_ = -1;
   std::map<std::string, std::string> printed_;
+  std::string later_;
 };
 
 }  // namespace peer
