@@ -1,0 +1,87 @@
+#!/usr/bin/env bash
+# Runs the side-by-side benchmarks of the library, the govmomi client
+# (tools/govclient) and the unparsed floor against the vCenter simulator,
+# and writes the figures as a Markdown table on stdout (and into
+# $OUT, default build-dir/peers.md).
+#
+#   bench/peers.sh [build-dir]
+#
+# HARBEC_BENCH_LARGE=0 skips the larger inventory; HARBEC_BENCH_LATENCY_SETS
+# sets the number of changes (default 1000, about 4 minutes).
+set -euo pipefail
+
+here=$(cd "$(dirname "$0")" && pwd)
+build=${1:-$here/../build}
+out=${OUT:-$build/peers.md}
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+
+cmake --build "$build" -j2 --target FirstSyncBench ChangeLatencyBench >&2
+
+standard="-standalone-host 0 -cluster 4 -host 50 -vm 25"
+large="-standalone-host 0 -cluster 8 -host 50 -vm 25"
+
+run_sync() {  # name, simulator arguments
+  echo "first sync: $2" >&2
+  HARBEC_BENCH_VCSIM_ARGS="$2" "$build/bench/FirstSyncBench" \
+    --benchmark_out="$work/$1.json" --benchmark_out_format=json >&2
+}
+run_sync standard "$standard"
+if [ "${HARBEC_BENCH_LARGE:-1}" != 0 ]; then run_sync large "$large"; fi
+echo "change latency" >&2
+"$build/bench/ChangeLatencyBench" --benchmark_out="$work/latency.json" --benchmark_out_format=json >&2
+
+settle=$(sed -n 's/.*settleTime *= *\([0-9]*\) \* time.Millisecond.*/\1/p' "$here/../tools/vcsim/pc.go")
+cpu=$(sed -n 's/^model name[[:space:]]*: //p' /proc/cpuinfo | head -1)
+
+python3 - "$work" "$(nproc)" "$cpu" "$settle" "$(date -u +%Y-%m-%d)" <<'EOF' | tee "$out"
+import json, os, sys
+
+work, nproc, cpu, settle, day = sys.argv[1:6]
+
+def load(name):
+    path = os.path.join(work, name + ".json")
+    if not os.path.exists(path):
+        return None
+    return {b["name"].split("/")[0]: b for b in json.load(open(path))["benchmarks"]}
+
+def sync_table(title, b):
+    lib, gov, floor = b["BM_FirstSync_Library"], b["BM_FirstSync_Govmomi"], b["BM_FirstSync_Floor"]
+    wall = lambda x: x["real_time"] / 1e3
+    kernel_vms = lib["hosts"]
+    print(f"### {title}: {int(lib['hosts'])} hosts, {int(lib['vms'] - kernel_vms)} VMs, "
+          f"reply {floor['bytes'] / 1e6:.1f} MB\n")
+    print("| Client | Wall s | CPU s | Peak MB | CPU vs libHarbec | Peak vs libHarbec |")
+    print("|---|---:|---:|---:|---:|---:|")
+    for label, x in (("libHarbec", lib), ("govmomi (Go)", gov), ("Floor: reply read off the socket, unparsed", floor)):
+        print(f"| {label} | {wall(x):.2f} | {x['cpu_s']:.3f} | {x['peak_MB']:.1f} | "
+              f"{x['cpu_s'] / lib['cpu_s']:.2f}x | {x['peak_MB'] / lib['peak_MB']:.2f}x |")
+    print(f"\nlibHarbec takes {lib['cpu_s'] / floor['cpu_s']:.1f}x the floor's CPU time "
+          f"and {wall(lib) / wall(floor):.2f}x its wall time; govmomi takes "
+          f"{gov['cpu_s'] / lib['cpu_s']:.1f}x libHarbec's CPU time and "
+          f"{gov['peak_MB'] / lib['peak_MB']:.1f}x its peak memory. "
+          f"Wall time includes the simulator producing the reply.\n")
+    link = b.get("BM_UpdateLinkStatus")
+    if link:
+        print(f"One `updateLinkStatus` for a port key no NIC holds (the whole walk): "
+              f"{link['real_time']:.0f} µs.\n")
+
+print(f"Taken {day} on {nproc} CPUs ({cpu}); medians of 3 runs, each client in a process of its own, "
+      "the simulator in another.\n")
+for name, title in (("standard", "First full sync"), ("large", "First full sync, larger inventory")):
+    b = load(name)
+    if b:
+        sync_table(title, b)
+
+lat = load("latency")
+if lat:
+    l = lat["BM_ChangeLatency"]
+    print(f"### Latency of a change, {int(l['iterations'])} small update sets\n")
+    print("| Path | Median ms | 99th percentile ms |")
+    print("|---|---:|---:|")
+    print(f"| libHarbec, own part: reply arrives → listener notified | {l['lib_own_p50_ms']:.2f} | {l['lib_own_p99_ms']:.2f} |")
+    print(f"| libHarbec, end to end: change in the simulator → listener | {l['lib_e2e_p50_ms']:.1f} | {l['lib_e2e_p99_ms']:.1f} |")
+    print(f"| govmomi, end to end: change in the simulator → applied | {l['gov_e2e_p50_ms']:.1f} | {l['gov_e2e_p99_ms']:.1f} |")
+    print(f"\nEnd to end both clients carry the simulator's floor: it gathers changes for {settle} ms "
+          "before it answers a `WaitForUpdates`, then collects the filter's objects anew.")
+EOF
