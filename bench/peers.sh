@@ -66,7 +66,7 @@ def sync_table(title, b):
         print(f"One `updateLinkStatus` for a port key no NIC holds (the whole walk): "
               f"{link['real_time']:.0f} µs.\n")
 
-print(f"Taken {day} on {nproc} CPUs ({cpu}); medians of 3 runs, each client in a process of its own, "
+print(f"Taken {day} on {nproc} CPUs ({cpu}); medians of 5 runs, each client in a process of its own, "
       "the simulator in another.\n")
 for name, title in (("standard", "First full sync"), ("large", "First full sync, larger inventory")):
     b = load(name)

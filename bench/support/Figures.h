@@ -17,11 +17,14 @@
 
 namespace figures {
 
-inline double cpuSeconds() {
+inline double seconds(const timeval& t) { return static_cast<double>(t.tv_sec) + static_cast<double>(t.tv_usec) / 1e6; }
+
+// User and system time of the process.
+inline double cpuSeconds(double* systemS = nullptr) {
   rusage r{};
   getrusage(RUSAGE_SELF, &r);
-  return static_cast<double>(r.ru_utime.tv_sec + r.ru_stime.tv_sec) +
-         static_cast<double>(r.ru_utime.tv_usec + r.ru_stime.tv_usec) / 1e6;
+  if (systemS) *systemS = seconds(r.ru_stime);
+  return seconds(r.ru_utime) + seconds(r.ru_stime);
 }
 
 inline double monotonicSeconds() {
@@ -48,6 +51,7 @@ inline long resetPeakKb() {
 struct Figures {
   double wallS = 0;
   double cpuS = 0;
+  double sysS = 0;  // the kernel's part of cpuS: page faults, socket reads
   long peakKb = 0;  // high-water mark during the work
   long baseKb = 0;  // resident size when it began
   long count[4] = {0, 0, 0, 0};  // what the work reports of itself
@@ -58,11 +62,13 @@ struct Figures {
 inline Figures measure(const std::function<void(Figures&)>& work) {
   Figures f;
   f.baseKb = resetPeakKb();
-  double cpu = cpuSeconds();
+  double sys = 0, sysAfter = 0;
+  double cpu = cpuSeconds(&sys);
   double wall = monotonicSeconds();
   work(f);
   f.wallS = monotonicSeconds() - wall;
-  f.cpuS = cpuSeconds() - cpu;
+  f.cpuS = cpuSeconds(&sysAfter) - cpu;
+  f.sysS = sysAfter - sys;
   f.peakKb = statusKb("VmHWM");
   return f;
 }
