@@ -4,15 +4,15 @@
 // gives the floor; and the child-process measurement they share.
 #include <gtest/gtest.h>
 
-#include "VcSim.h"
 #include "bench/support/Figures.h"
 #include "bench/support/GovClient.h"
 #include "bench/support/RawSoap.h"
+#include "support/SimulatorSuite.h"
 
 namespace {
 
-const char kUser[] = "administrator@vsphere.local";
-const char kPassword[] = "vmware";
+using harness::kPassword;
+using harness::kUser;
 
 size_t occurrences(const std::string& text, const std::string& what) {
   size_t n = 0;
@@ -20,22 +20,13 @@ size_t occurrences(const std::string& text, const std::string& what) {
   return n;
 }
 
-class PeerClients : public testing::Test {
- protected:
-  static void SetUpTestSuite() { sim_ = new vcsim::Simulator(kUser, kPassword); }
-  static void TearDownTestSuite() {
-    delete sim_;
-    sim_ = nullptr;
-  }
-  static vcsim::Simulator* sim_;
-};
-vcsim::Simulator* PeerClients::sim_ = nullptr;
+using PeerClients = harness::SimulatorSuite;
 
 // The filter, written out by hand, reaches the same objects as govmomi's
 // structs of it: every object enters once, and the byte count of a dropped
 // reply is the size of a kept one.
 TEST_F(PeerClients, RawReaderAndGovmomiClientSeeTheSameInventory) {
-  rawsoap::Client raw(sim_->url);
+  rawsoap::Client raw(sim->url);
   raw.login(kUser, kPassword);
   raw.createFilter();
   std::string reply = raw.call(raw.checkForUpdatesBody(""));
@@ -50,7 +41,7 @@ TEST_F(PeerClients, RawReaderAndGovmomiClientSeeTheSameInventory) {
   rawsoap::Client::Connection connection(raw);
   EXPECT_EQ(connection.drain(raw.request(raw.checkForUpdatesBody(""))), reply.size());
 
-  figures::Figures gov = govclient::firstSync(sim_->url);
+  figures::Figures gov = govclient::firstSync(sim->url);
   EXPECT_TRUE(gov.ok);
   EXPECT_EQ(gov.count[0], static_cast<long>(objects));
   EXPECT_GT(gov.cpuS, 0);
@@ -59,7 +50,7 @@ TEST_F(PeerClients, RawReaderAndGovmomiClientSeeTheSameInventory) {
 }
 
 TEST_F(PeerClients, RawReaderRefusedLogin) {
-  rawsoap::Client raw(sim_->url);
+  rawsoap::Client raw(sim->url);
   EXPECT_THROW(raw.login(kUser, "wrong"), std::runtime_error);
 }
 
@@ -67,18 +58,18 @@ TEST_F(PeerClients, RawReaderRefusedLogin) {
 // outside its prefix.
 TEST_F(PeerClients, WatcherReportsRenames) {
   std::string vm;
-  for (const std::string& ref : peer::values(sim_->call("GET", "/inventory"), "ref"))
+  for (const std::string& ref : peer::values(sim->call("GET", "/inventory"), "ref"))
     if (vm.empty() && ref.rfind("vm-", 0) == 0) vm = ref;
   ASSERT_FALSE(vm.empty());
-  govclient::Watcher watcher(sim_->url, "watched-");
+  govclient::Watcher watcher(sim->url, "watched-");
   std::string name;
   long long ns = 0;
   EXPECT_FALSE(watcher.next(&name, &ns, 200));
 
-  sim_->call("POST", "/vm/rename", "{\"vm\":\"" + vm + "\",\"name\":\"other\"}");
+  sim->call("POST", "/vm/rename", "{\"vm\":\"" + vm + "\",\"name\":\"other\"}");
   timespec before;
   clock_gettime(CLOCK_REALTIME, &before);
-  sim_->call("POST", "/vm/rename", "{\"vm\":\"" + vm + "\",\"name\":\"watched-1\"}");
+  sim->call("POST", "/vm/rename", "{\"vm\":\"" + vm + "\",\"name\":\"watched-1\"}");
   ASSERT_TRUE(watcher.next(&name, &ns, 10000));
   EXPECT_EQ(name, "watched-1");
   EXPECT_GT(ns, static_cast<long long>(before.tv_sec) * 1000000000LL + before.tv_nsec);
