@@ -1670,6 +1670,92 @@ func TestEventTypeMatching(t *testing.T) {
 
 // ---- shutdown; keep this test last ----
 
+func facts(t *testing.T) map[string]bool {
+	t.Helper()
+	var list []map[string]string
+	mustCtl(t, "GET", "/inventory/facts", nil, &list)
+	out := map[string]bool{}
+	for _, f := range list {
+		out[f["fact"]] = true
+	}
+	return out
+}
+
+// The routes of the sync tests: a NIC comes with its hardware in one
+// record and goes, VLAN policies change, a card moves between networks;
+// the facts follow.
+func TestSyncRoutes(t *testing.T) {
+	reset(t)
+	inv := inventory(t)
+	c := login(t)
+	createFilter(t, c, libraryFilterSpec(c.ServiceContent.RootFolder))
+	w := newWatcher(t, c)
+	host := inv.Hosts[0].Ref
+
+	mustCtl(t, "POST", "/host/nic/add", map[string]interface{}{"host": host, "device": "vmnic9", "mac": "00:50:56:99:00:01",
+		"speedMb": 1000, "duplex": true, "vswitch": "vSwitch0", "vendor": "Acme", "model": "NIC 9"}, nil)
+	w.await(t, "NIC with its hardware", func(u types.ObjectUpdate) bool {
+		_, hw := change(u, "hardware")
+		_, net := change(u, "config.network")
+		return u.Obj.Value == host && hw && net
+	})
+	f := facts(t)
+	for _, want := range []string{"pnic " + host + "/vmnic9 vendor Acme", "pnic " + host + "/vmnic9 speedMb 1000",
+		"pnic " + host + "/vmnic9 switchId key-vim.host.VirtualSwitch-vSwitch0" + host} {
+		if !f[want] {
+			t.Errorf("no fact %q", want)
+		}
+	}
+	if code := ctl(t, "POST", "/host/nic/add", map[string]interface{}{"host": host, "device": "vmnic9"}, nil); code != http.StatusConflict {
+		t.Errorf("the same NIC twice: status %d", code)
+	}
+	mustCtl(t, "POST", "/host/nic/remove", map[string]string{"host": host, "device": "vmnic9"}, nil)
+	if facts(t)["pnic "+host+"/vmnic9 vendor Acme"] {
+		t.Error("the NIC stays in the facts")
+	}
+	if code := ctl(t, "POST", "/host/nic/remove", map[string]string{"host": host, "device": "vmnic9"}, nil); code != http.StatusNotFound {
+		t.Errorf("an unknown NIC: status %d", code)
+	}
+
+	var pg PortgroupView
+	for _, p := range inv.Portgroups {
+		if !p.Uplink && p.VlanId != nil {
+			pg = p
+			break
+		}
+	}
+	mustCtl(t, "POST", "/portgroup/vlan", map[string]interface{}{"portgroup": pg.Ref, "trunk": []VlanRange{{0, 100}, {200, 4095}}}, nil)
+	if !facts(t)["dvpg "+pg.Ref+" vlan trunk 1-100"] {
+		t.Error("no trunk fact")
+	}
+	mustCtl(t, "POST", "/portgroup/vlan", map[string]interface{}{"portgroup": pg.Ref, "pvlan": 5}, nil)
+	if !facts(t)["dvpg "+pg.Ref+" vlan none"] {
+		t.Error("a PVLAN is no VLAN of the client's")
+	}
+	mustCtl(t, "POST", "/portgroup/vlan", map[string]interface{}{"portgroup": pg.Ref, "vlan": *pg.VlanId}, nil)
+
+	var vm VMView
+	for _, v := range inv.Vms {
+		if len(v.Nics) > 0 && v.Nics[0].PortgroupKey == pg.Key {
+			vm = v
+			break
+		}
+	}
+	var moved VMView
+	mustCtl(t, "POST", "/vm/nic/move", map[string]string{"vm": vm.Ref, "network": inv.Networks[0].Ref}, &moved)
+	if moved.Nics[0].Network != inv.Networks[0].Name || moved.Nics[0].PortKey != "" {
+		t.Errorf("card after the move: %+v", moved.Nics[0])
+	}
+	w.await(t, "card on the standard network", func(u types.ObjectUpdate) bool {
+		_, ok := change(u, "config.hardware")
+		return u.Obj.Value == vm.Ref && ok
+	})
+	mustCtl(t, "POST", "/vm/nic/move", map[string]string{"vm": vm.Ref, "network": pg.Ref}, &moved)
+	if moved.Nics[0].PortgroupKey != pg.Key || moved.Nics[0].PortKey == vm.Nics[0].PortKey {
+		t.Errorf("card back on the port group, on a fresh port: %+v", moved.Nics[0])
+	}
+}
+
 func TestShutdown(t *testing.T) {
 	reset(t)
 	c := login(t)
