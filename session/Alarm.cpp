@@ -24,7 +24,7 @@ void createAlarm(Kel::Ptr<HarbecSm>, VimBinding* vim, std::string entity, std::s
   setting.toleranceRange = 0;
   setting.reportingFrequency = 0;
 
-  // Prepared and deliberately left out of the spec: no action reaches the server.
+  // Prepared and deliberately not attached to the alarm: no action reaches the server.
   ns2__GroupAlarmAction groupAction;
   (void)groupAction;
 
