@@ -20,6 +20,7 @@
 #include "Kel/Log.h"
 #include "Kel/Trace.h"
 #include "VsmStub.h"
+#include "support/LogCapture.h"
 #include "vshield/VmwareVsSm.h"
 
 using namespace Harbec;
@@ -27,25 +28,7 @@ using Lines = std::vector<std::string>;
 
 namespace {
 
-// Operator log lines as "HANDLE: text".
-class LogCapture {
- public:
-  LogCapture() {
-    Kel::logSinkIs([this](const Kel::LogHandle& h, const Kel::String8& text) {
-      std::lock_guard<std::mutex> g(mutex_);
-      lines_.push_back(h.id().str() + ": " + text.str());
-    });
-  }
-  ~LogCapture() { Kel::logSinkIs(nullptr); }
-  Lines take() {
-    std::lock_guard<std::mutex> g(mutex_);
-    return std::exchange(lines_, {});
-  }
-
- private:
-  std::mutex mutex_;
-  Lines lines_;
-};
+using testsupport::LogCapture;
 
 // Writes heard on the VS tree: "+key" and "-key" for members coming and
 // going, "key.attribute" for each attribute of a member.

@@ -13,6 +13,7 @@
 
 #include "Kel/Lock.h"
 #include "Kel/Log.h"
+#include "LogCapture.h"
 #include "session/HarbecSm.h"
 
 namespace harness {
@@ -23,25 +24,7 @@ using Lines = std::vector<std::string>;
 const char kUser[] = "administrator@vsphere.local";
 const char kPassword[] = "vmware";
 
-// Operator log lines as "HANDLE: text".
-class LogCapture {
- public:
-  LogCapture() {
-    Kel::logSinkIs([this](const Kel::LogHandle& h, const Kel::String8& text) {
-      std::lock_guard<std::mutex> g(mutex_);
-      lines_.push_back(h.id().str() + ": " + text.str());
-    });
-  }
-  ~LogCapture() { Kel::logSinkIs(nullptr); }
-  Lines take() {
-    std::lock_guard<std::mutex> g(mutex_);
-    return std::exchange(lines_, {});
-  }
-
- private:
-  std::mutex mutex_;
-  Lines lines_;
-};
+using testsupport::LogCapture;
 
 struct StatusView {
   unsigned successCount, failureCount;
