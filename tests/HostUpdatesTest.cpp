@@ -144,7 +144,7 @@ TEST_F(HostUpdates, HardwareAndPciNamesOfTheSameRecord) {
   for (auto [key, value] : {std::pair{"ServiceTag", "AAA1"}, {"AssetTag", "x"}, {"ServiceTag", "BBB2"}}) {
     auto& info = hw->systemInfo->otherIdentifyingInfo;
     info.push_back(soap_new_req_ns2__HostSystemIdentificationInfo(soap, value));
-    info.back()->identifierType = soap_new_req_ns2__ElementDescription(soap, key, "", "");
+    info.back()->identifierType = soap_new_req_ns2__ElementDescription(soap, key, "");
   }
   hw->pciDevice = {soap_new_req_ns2__HostPciDevice(soap, "0000:18:00.0", "Intel", "X710"),
                    soap_new_req_ns2__HostPciDevice(soap, "0000:18:00.0", "Intel Corporation", "X710-DA2")};

@@ -67,7 +67,6 @@ class ns2__DynamicData : public xsd__anyType
 class ns2__Description : public ns2__DynamicData
 { public:
     std::string                          label;
-    std::string                          summary;
 };
 
 class ns2__ElementDescription : public ns2__Description
