@@ -78,6 +78,7 @@ void BM_UpdateCounters(benchmark::State& state) {
   state.counters["fetchSeconds"] = fetchSeconds;
   soap_delete(s.sm->vim()->soap, nullptr);
   soap_end(s.sm->vim()->soap);
+  s.sm->vim()->arena.rewind();
 }
 BENCHMARK(BM_UpdateCounters)->Unit(benchmark::kMillisecond)->MinTime(2.0);
 

@@ -68,8 +68,10 @@ int connectTovCenter(Kel::Ptr<HarbecSm> sm) {
   struct soap* soap = vim->soap;
   soap_delete(soap, nullptr);
   soap_end(soap);
+  vim->arena.rewind();
   soap_done(soap);
   soap_init2(soap, SOAP_IO_KEEPALIVE, SOAP_IO_KEEPALIVE);
+  vim->arena.attach(soap);
   // No key file and no CA: the server's certificate is not verified.
   if (soap_ssl_client_context(soap, SOAP_SSL_NO_AUTHENTICATION, nullptr, nullptr, nullptr, nullptr, nullptr)) {
     KEL_ASSERT(0);

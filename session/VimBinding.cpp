@@ -6,11 +6,13 @@ namespace Harbec {
 // soap_init2 installs in every context anyway.
 VimBinding::VimBinding() : soap(soap_new()), endpoint("http://localhost:80") {
   if (soap && !soap->namespaces) soap->namespaces = namespaces;
+  arena.attach(soap);
 }
 
 VimBinding::~VimBinding() {
   soap_delete(soap, nullptr);
   soap_end(soap);
+  arena.rewind();
   soap_free(soap);
 }
 

@@ -5,6 +5,7 @@
 
 #include "Kel/String8.h"
 #include "soapH.h"
+#include "vim25/SoapArena.h"
 
 namespace Harbec {
 
@@ -52,6 +53,8 @@ class VimBinding {
 
   struct soap* soap;
   const char* endpoint;
+  // Where the context's replies are built; see vim25/SoapArena.h.
+  Vim25::SoapArena arena;
 
  private:
   Kel::String8 endpointUrl_;
@@ -68,6 +71,7 @@ class FreeSoapMem {
     if (std::uncaught_exceptions() > uncaught_) return;
     soap_delete(vim_->soap, nullptr);
     soap_end(vim_->soap);
+    vim_->arena.rewind();
   }
   FreeSoapMem(const FreeSoapMem&) = delete;
   FreeSoapMem& operator=(const FreeSoapMem&) = delete;

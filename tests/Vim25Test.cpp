@@ -6,6 +6,8 @@
 
 #include <soapH.h>
 
+#include "vim25/SoapArena.h"
+
 #include <cctype>
 #include <cstring>
 #include <fstream>
@@ -58,13 +60,17 @@ ns2__PropertyChange* change(const ns2__ObjectUpdate* update, const std::string& 
   return nullptr;
 }
 
-// One soap context per test, in the modes the session uses.
+// One soap context per test, in the modes the session uses, with its arena.
 class Vim25 : public ::testing::Test {
  protected:
-  void SetUp() override { soap = soap_new1(SOAP_C_UTFSTRING); }
+  void SetUp() override {
+    soap = soap_new1(SOAP_C_UTFSTRING);
+    arena.attach(soap);
+  }
   void TearDown() override {
     soap_destroy(soap);
     soap_end(soap);
+    arena.rewind();
     soap_free(soap);
   }
 
@@ -112,6 +118,7 @@ class Vim25 : public ::testing::Test {
     return mor;
   }
 
+  ::Vim25::SoapArena arena;
   struct soap* soap = nullptr;
   std::istringstream input;
 };
