@@ -171,8 +171,9 @@ void BM_ChangeLatency(benchmark::State& state) {
     govE2e.push_back((static_cast<double>(govNs) / 1e9 - t0) * 1e3);
   }
 
-  // The loop ends on a fault after one more set; the thread is then idle.
-  sim.fault("WaitForUpdates", "fault", "Try Again");
+  // Both waits end on a fault after one more set, one fault for each
+  // client, whichever asks first; the thread is then idle.
+  sim.fault("WaitForUpdates", "fault", "Try Again", 2);
   sim.call("POST", "/vm/rename", "{\"vm\":\"" + vmRef + "\",\"name\":\"done\"}");
   auto failures = [&] {
     Kel::ActivityLockAnchor anchor;
