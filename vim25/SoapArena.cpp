@@ -10,7 +10,7 @@ namespace Vim25 {
 
 namespace {
 
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__) || defined(VIM25_NO_ARENA)
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 constexpr bool kEnabled = false;
 #else
 constexpr bool kEnabled = true;

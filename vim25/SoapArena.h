@@ -4,9 +4,10 @@
 // objects that all die together when the session frees the context's
 // memory. One heap allocation per object, and a page fault per fresh 4 KB
 // page, were a third of the client's CPU time for such a set. With an arena
-// the objects are laid one after another in large blocks (huge pages where
-// the kernel grants them), their destructors still run through gSOAP's
-// deletion list, and the blocks go back in one step afterwards.
+// the objects and their deletion entries are laid one after another in
+// large blocks (huge pages where the kernel grants them); the destructors
+// run from the arena's own list when the session frees the context's
+// memory, and the blocks go back in the same step.
 //
 // The generated serializers allocate through vim25/ArenaNew.h. A context
 // without an arena gets plain new and delete, as do all contexts in
