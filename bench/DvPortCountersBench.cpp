@@ -76,9 +76,7 @@ void BM_UpdateCounters(benchmark::State& state) {
   state.counters["nicsWritten"] = written;
   state.counters["ports"] = static_cast<double>(response.returnval.size());
   state.counters["fetchSeconds"] = fetchSeconds;
-  soap_delete(s.sm->vim()->soap, nullptr);
-  soap_end(s.sm->vim()->soap);
-  s.sm->vim()->arena.rewind();
+  s.sm->vim()->freeSoapMemory();
 }
 BENCHMARK(BM_UpdateCounters)->Unit(benchmark::kMillisecond)->MinTime(2.0);
 

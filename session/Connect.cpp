@@ -66,9 +66,7 @@ int connectTovCenter(Kel::Ptr<HarbecSm> sm) {
   // its server session is left behind without a Logout.
   VimBinding* vim = sm->vim();
   struct soap* soap = vim->soap;
-  soap_delete(soap, nullptr);
-  soap_end(soap);
-  vim->arena.rewind();
+  vim->freeSoapMemory();
   soap_done(soap);
   soap_init2(soap, SOAP_IO_KEEPALIVE, SOAP_IO_KEEPALIVE);
   vim->arena.attach(soap);

@@ -10,9 +10,7 @@ VimBinding::VimBinding() : soap(soap_new()), endpoint("http://localhost:80") {
 }
 
 VimBinding::~VimBinding() {
-  soap_delete(soap, nullptr);
-  soap_end(soap);
-  arena.rewind();
+  freeSoapMemory();
   soap_free(soap);
 }
 

@@ -46,6 +46,14 @@ class VimBinding {
   // Points the endpoint at the characters of the configured URL. They are
   // shared, not copied, and held here so that a later change of the
   // configuration leaves them in place until the next connect.
+  // Destroys what the context deserialised or allocated and gives its
+  // memory back, the arena's included.
+  void freeSoapMemory() {
+    soap_delete(soap, nullptr);
+    soap_end(soap);
+    arena.rewind();
+  }
+
   void endpointIs(const Kel::String8& url) {
     endpointUrl_ = url;
     endpoint = endpointUrl_.charPtr();
@@ -69,9 +77,7 @@ class FreeSoapMem {
   explicit FreeSoapMem(VimBinding* vim) : vim_(vim), uncaught_(std::uncaught_exceptions()) {}
   ~FreeSoapMem() {
     if (std::uncaught_exceptions() > uncaught_) return;
-    soap_delete(vim_->soap, nullptr);
-    soap_end(vim_->soap);
-    vim_->arena.rewind();
+    vim_->freeSoapMemory();
   }
   FreeSoapMem(const FreeSoapMem&) = delete;
   FreeSoapMem& operator=(const FreeSoapMem&) = delete;
