@@ -38,10 +38,3 @@ void traceHelper(char const* handleName, String8 context, std::stringstream& tex
 }
 
 }  // namespace Kel
-
-namespace Harbec {
-Kel::TraceHandle& traceHandle() {
-  static Kel::TraceHandle* handle = new Kel::TraceHandle("Harbec", false);
-  return *handle;
-}
-}  // namespace Harbec

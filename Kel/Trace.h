@@ -38,11 +38,6 @@ void traceHelper(char const* handleName, String8 context, std::stringstream& tex
 
 }  // namespace Kel
 
-// The library's one trace handle, built on first use.
-namespace Harbec {
-Kel::TraceHandle& traceHandle();
-}
-
 #define KEL_TRACE_WITH(handle, lvl, expr)                                                    \
   do {                                                                                       \
     ::Kel::TraceHandle& kelTh_ = (handle);                                                   \
@@ -54,7 +49,3 @@ Kel::TraceHandle& traceHandle();
                          kelTh_.enabled(), __FILE__, __LINE__, __func__);                    \
     }                                                                                        \
   } while (0)
-
-#define HARBEC_TRACE(lvl, expr) KEL_TRACE_WITH(::Harbec::traceHandle(), lvl, expr)
-// Function entry, with the full signature.
-#define HARBEC_TRACE_ENTRY() HARBEC_TRACE(5, __PRETTY_FUNCTION__)

@@ -3,8 +3,8 @@
 #include <chrono>
 #include <set>
 
-#include "VcSim.h"
-#include "VsmStub.h"
+#include "peers/VcSim.h"
+#include "peers/VsmStub.h"
 #include "agent/JsonWriter.h"
 
 namespace HarbecAgent {

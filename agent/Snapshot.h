@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "inventory/VI.h"
-#include "platform/VsDataModel.h"
+#include "standins/VsDataModel.h"
 
 namespace HarbecAgent {
 

@@ -2,7 +2,7 @@
 // HARBEC_BENCH_LATENCY_SETS says otherwise): a machine of the vCenter
 // simulator is renamed, and both the library's update loop (a SoapThread in
 // WaitForUpdates, as the host agent runs it) and the govmomi client of
-// tools/govclient (looping on WaitForUpdates) take the change in.
+// testing/peers/govclient (looping on WaitForUpdates) take the change in.
 //
 //   lib_own    from the first byte of the WaitForUpdates reply on the
 //              library's socket to the Vm listener's onVmName; targets:
@@ -11,7 +11,7 @@
 //   gov_e2e    from the same rename to the govmomi client's applying it
 //
 // End to end includes the simulator's own wait: it gathers changes for a
-// while (settleTime in tools/vcsim/pc.go) before it answers, and collects
+// while (settleTime in testing/peers/vcsim/pc.go) before it answers, and collects
 // the filter's objects anew, so both clients carry that floor.
 #include <benchmark/benchmark.h>
 #include <semaphore.h>
@@ -22,11 +22,11 @@
 #include <mutex>
 #include <vector>
 
-#include "../tests/VcSim.h"
+#include "peers/VcSim.h"
 #include "messaging/WebServiceThread.h"
-#include "session/VimBinding.h"
+#include "session/connection/VimBinding.h"
 #include "support/Figures.h"
-#include "support/GovClient.h"
+#include "peers/GovClient.h"
 #include "support/LibrarySession.h"
 
 namespace {

@@ -9,41 +9,31 @@
 #include <chrono>
 #include <memory>
 
-#include "../tests/support/SimPorts.h"
 #include "Kel/Log.h"
-#include "session/PortOperations.h"
+#include "peers/VcSim.h"
+#include "session/ports/PortOperations.h"
+#include "support/LibrarySession.h"
 
 using namespace Harbec;
 
 namespace {
 
-const char kUser[] = "administrator@vsphere.local";
-const char kPassword[] = "vmware";
-
-// One simulator, one logged-in session and a seeded inventory for all runs.
+// One simulator, and one session with the inventory synced, for all runs.
 struct Scale {
   Scale()
-      : sim(kUser, kPassword,
-            {"-standalone-host", "0", "-cluster", "4", "-host", "50", "-vm", "25", "-vm-nics", "2"}) {
-    Kel::logSinkIs([](const Kel::LogHandle&, const Kel::String8&) {});
-    ViConfig::Ptr config = viConfigFactory("viConfig");
-    config->urlIs(sim.url);
-    config->usernameIs(kUser);
-    config->passwordIs(kPassword);
-    vi = vIFactory("vi");
-    sm = harbecSmFactory(soapStatusFactory("soapStatus"), sessionStatusFactory("sessionStatus"), "Worker", config,
-                         vi, false);
-    sm->processSoapRequest(connectRequestFactory("connect"));
+      : sim(bench::kUser, bench::kPassword,
+            {"-standalone-host", "0", "-cluster", "4", "-host", "50", "-vm", "25", "-vm-nics", "2"}, 600000),
+        session(sim.url) {
+    bench::quietLogs();
+    session.connect();
+    session.checkForUpdates();
     // The plain road names no switch; here it reaches the one switch.
     sim.call("POST", "/options", "{\"emptyDvsRef\":\"dvs-9\"}");
-    std::vector<simports::Port> all = simports::ports(sim, "dvs-9");
-    simports::seed(vi, all);
-    for (const simports::Port& p : all)
-      if (p.type == "vmVnic") machinePorts.push_back(static_cast<unsigned>(std::stoul(p.key)));
+    for (const vcsim::Simulator::DvPort& p : sim.dvPorts("dvs-9"))
+      if (p.connecteeType == "vmVnic") machinePorts.push_back(static_cast<unsigned>(std::stoul(p.key)));
   }
   vcsim::Simulator sim;
-  VI::Ptr vi;
-  HarbecSm::Ptr sm;
+  bench::LibrarySession session;
   std::vector<unsigned> machinePorts;
 };
 
@@ -63,20 +53,20 @@ void BM_UpdateCounters(benchmark::State& state) {
   request.criteria = &criteria;
   _ns2__FetchDVPortsResponse response;
   auto start = std::chrono::steady_clock::now();
-  if (s.sm->vim()->__ns2__FetchDVPorts(&request, &response) != SOAP_OK) {
+  if (s.session.sm->vim()->__ns2__FetchDVPorts(&request, &response) != SOAP_OK) {
     state.SkipWithError("FetchDVPorts failed");
     return;
   }
   double fetchSeconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-  for (auto _ : state) updateCounters(s.sm, response);
+  for (auto _ : state) updateCounters(s.session.sm, response);
   // Every machine card of the inventory has been written.
   double written = 0;
-  for (VI::VmIterator i = s.vi->vmIterator(); i; ++i)
+  for (VI::VmIterator i = s.session.vi->vmIterator(); i; ++i)
     for (Vm::VnicIterator n = i.value()->vnicIterator(); n; ++n) written += n.value()->counterRefreshTime() > 0;
   state.counters["nicsWritten"] = written;
   state.counters["ports"] = static_cast<double>(response.returnval.size());
   state.counters["fetchSeconds"] = fetchSeconds;
-  s.sm->vim()->freeSoapMemory();
+  s.session.sm->vim()->freeSoapMemory();
 }
 BENCHMARK(BM_UpdateCounters)->Unit(benchmark::kMillisecond)->MinTime(2.0);
 
@@ -85,7 +75,7 @@ void BM_FetchDvPortRequest(benchmark::State& state) {
   for (auto _ : state) {
     FetchDvPortRequest::Ptr request = fetchDvPortRequestFactory("fetch");
     for (unsigned p : s.machinePorts) request->dvPortEnq(p);
-    s.sm->processSoapRequest(request);
+    s.session.sm->processSoapRequest(request);
   }
   state.counters["ports"] = static_cast<double>(s.machinePorts.size());
 }

@@ -12,7 +12,7 @@
 #include <fstream>
 #include <new>
 
-#include "../tests/VcSim.h"
+#include "peers/VcSim.h"
 #include "Kel/Lock.h"
 #include "Kel/Log.h"
 #include "session/HarbecSm.h"

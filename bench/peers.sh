@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Runs the side-by-side benchmarks of the library, the govmomi client
-# (tools/govclient) and the unparsed floor against the vCenter simulator,
+# (testing/peers/govclient) and the unparsed floor against the vCenter simulator,
 # and writes the figures as a Markdown table on stdout (and into
 # $OUT, default build-dir/peers.md).
 #
@@ -31,7 +31,7 @@ if [ "${HARBEC_BENCH_LARGE:-1}" != 0 ]; then run_sync large "$large"; fi
 echo "change latency" >&2
 "$build/bench/ChangeLatencyBench" --benchmark_out="$work/latency.json" --benchmark_out_format=json >&2
 
-settle=$(sed -n 's/.*settleTime *= *\([0-9]*\) \* time.Millisecond.*/\1/p' "$here/../tools/vcsim/pc.go")
+settle=$(sed -n 's/.*settleTime *= *\([0-9]*\) \* time.Millisecond.*/\1/p' "$here/../testing/peers/vcsim/pc.go")
 cpu=$(sed -n 's/^model name[[:space:]]*: //p' /proc/cpuinfo | head -1)
 
 python3 - "$work" "$(nproc)" "$cpu" "$settle" "$(date -u +%Y-%m-%d)" <<'EOF' | tee "$out"

@@ -3,8 +3,8 @@
 #pragma once
 #include "Kel/Record.h"
 #include "messaging/Enums.h"
-#include "platform/Interface.h"
-#include "platform/IpAddr.h"
+#include "standins/Interface.h"
+#include "standins/IpAddr.h"
 
 namespace Harbec {
 

@@ -6,7 +6,7 @@
 #include <string>
 
 #include "Kel/Assert.h"
-#include "Kel/Trace.h"
+#include "messaging/HarbecTrace.h"
 #include "messaging/WebServiceTypes.h"
 
 namespace Harbec {

@@ -16,7 +16,7 @@
 #include "Kel/LinkQueue.h"
 #include "Kel/Ptr.h"
 #include "messaging/WebServiceTypes.h"
-#include "platform/Status.h"
+#include "standins/Status.h"
 
 namespace Kel {
 class ActivityConfig;  // deferred delivery; unused by this library

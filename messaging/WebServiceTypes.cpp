@@ -1,6 +1,6 @@
 #include "messaging/WebServiceTypes.h"
 
-#include "Kel/Trace.h"
+#include "messaging/HarbecTrace.h"
 
 namespace Harbec {
 

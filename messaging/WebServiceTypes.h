@@ -2,11 +2,11 @@
 // made by a factory, filled in by its maker and read by one handler.
 #pragma once
 #include "Kel/Record.h"
-#include "Kel/Trace.h"
+#include "messaging/HarbecTrace.h"
 #include "messaging/Enums.h"
 #include "messaging/ValueTypes.h"
-#include "platform/Interface.h"
-#include "platform/VsDataType.h"
+#include "standins/Interface.h"
+#include "standins/VsDataType.h"
 
 namespace Harbec {
 

@@ -1,6 +1,6 @@
 #include "session/HarbecSmInternal.h"
 
-#include "Kel/Trace.h"
+#include "messaging/HarbecTrace.h"
 
 namespace Harbec {
 

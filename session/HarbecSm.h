@@ -14,7 +14,7 @@
 
 #include "inventory/VI.h"
 #include "messaging/WebServiceThread.h"
-#include "platform/Status.h"
+#include "standins/Status.h"
 
 namespace Harbec {
 

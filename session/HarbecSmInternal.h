@@ -6,8 +6,8 @@
 #include <string>
 
 #include "session/HarbecSm.h"
-#include "session/SoapStatusUpdates.h"
-#include "session/VimBinding.h"
+#include "session/connection/SoapStatusUpdates.h"
+#include "session/connection/VimBinding.h"
 #include "soapH.h"
 
 namespace Harbec {

@@ -14,8 +14,8 @@
 #include <set>
 #include <sstream>
 
-#include "VcSim.h"
-#include "VsmStub.h"
+#include "peers/VcSim.h"
+#include "peers/VsmStub.h"
 
 namespace {
 

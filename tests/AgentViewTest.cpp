@@ -8,7 +8,7 @@
 #include "agent/JsonWriter.h"
 #include "agent/SwitchView.h"
 #include "agent/VlanSet.h"
-#include "support/PeerProcess.h"
+#include "peers/PeerProcess.h"
 
 using namespace Harbec;
 using namespace HarbecAgent;

@@ -6,7 +6,7 @@
 
 #include "support/SimulatorSuite.h"
 #include "support/SimPorts.h"
-#include "session/PortOperations.h"
+#include "session/ports/PortOperations.h"
 
 using namespace harness;
 using Interface::IntfStatistics;

@@ -13,12 +13,12 @@
 
 #include "Kel/Lock.h"
 #include "Kel/Log.h"
-#include "Kel/Trace.h"
-#include "VcSim.h"
+#include "messaging/HarbecTrace.h"
+#include "peers/VcSim.h"
 #include "support/SimulatorSuite.h"
 #include "support/TraceCapture.h"
 #include "session/HarbecSmInternal.h"
-#include "session/HostIds.h"
+#include "session/updates/HostIds.h"
 
 using namespace Harbec;
 using namespace harness;

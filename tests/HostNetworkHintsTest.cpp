@@ -4,7 +4,7 @@
 // that answer with a fault, and which hosts are asked at all.
 #include <gtest/gtest.h>
 
-#include "Kel/Trace.h"
+#include "messaging/HarbecTrace.h"
 #include "session/HarbecSmInternal.h"
 #include "support/SimulatorSuite.h"
 #include "support/TraceCapture.h"

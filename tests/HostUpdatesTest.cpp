@@ -10,8 +10,8 @@
 #include <vector>
 
 #include "inventory/VI.h"
-#include "session/HostIds.h"
-#include "session/UpdateHandlers.h"
+#include "session/updates/HostIds.h"
+#include "session/updates/UpdateHandlers.h"
 
 using namespace Harbec;
 

@@ -14,8 +14,8 @@
 #include <sstream>
 #include <thread>
 
-#include "VcSim.h"
-#include "session/HostIds.h"
+#include "peers/VcSim.h"
+#include "session/updates/HostIds.h"
 #include "support/SessionHarness.h"
 #include "support/SimulatorSuite.h"
 

@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "Kel/Log.h"
-#include "Kel/Trace.h"
+#include "messaging/HarbecTrace.h"
 
 namespace {
 

@@ -1,9 +1,9 @@
 // Value types of the host agent's interface and address libraries.
 #include <gtest/gtest.h>
 
-#include "platform/Interface.h"
-#include "platform/IpAddr.h"
-#include "platform/Status.h"
+#include "standins/Interface.h"
+#include "standins/IpAddr.h"
+#include "standins/Status.h"
 
 using Brindle::IpAddr;
 

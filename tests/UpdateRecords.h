@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "inventory/VI.h"
-#include "session/UpdateHandlers.h"
+#include "session/updates/UpdateHandlers.h"
 
 class UpdateRecords : public ::testing::Test {
  protected:

@@ -4,7 +4,7 @@
 // type and objects of unknown types are passed over.
 #include "UpdateRecords.h"
 #include "session/HarbecSmInternal.h"
-#include "session/HostIds.h"
+#include "session/updates/HostIds.h"
 #include "support/SessionHarness.h"
 #include "support/TraceCapture.h"
 

@@ -18,8 +18,8 @@
 
 #include "Kel/Lock.h"
 #include "Kel/Log.h"
-#include "Kel/Trace.h"
-#include "VsmStub.h"
+#include "messaging/HarbecTrace.h"
+#include "peers/VsmStub.h"
 #include "support/LogCapture.h"
 #include "vshield/VmwareVsSm.h"
 

@@ -7,7 +7,7 @@
 #include <cstring>
 #include <memory>
 
-#include "Kel/Trace.h"
+#include "messaging/HarbecTrace.h"
 #include "messaging/TextUtils.h"
 #include "vshield/HttpRetrieval.h"
 #include "vshield/VmwareVsUtils.h"

@@ -20,7 +20,7 @@
 #include <vector>
 
 #include "Kel/Lock.h"
-#include "Kel/Trace.h"
+#include "messaging/HarbecTrace.h"
 #include "messaging/WebServiceThread.h"
 
 using namespace Harbec;

@@ -7,7 +7,7 @@
 #include <sstream>
 
 #include "Kel/Assert.h"
-#include "Kel/Trace.h"
+#include "messaging/HarbecTrace.h"
 #include "vshield/VsLog.h"
 
 namespace Harbec {

@@ -12,7 +12,7 @@
 #include <map>
 
 #include "Kel/Lock.h"
-#include "Kel/Trace.h"
+#include "messaging/HarbecTrace.h"
 #include "vshield/VmwareVsSm.h"
 #include "vshield/VmwareVsUtils.h"
 

@@ -4,7 +4,7 @@
 
 #include "Kel/Assert.h"
 #include "Kel/Lock.h"
-#include "Kel/Trace.h"
+#include "messaging/HarbecTrace.h"
 #include "vshield/HttpRetrieval.h"
 #include "vshield/VsLog.h"
 

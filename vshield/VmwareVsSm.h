@@ -7,8 +7,8 @@
 #include <pugixml.hpp>
 
 #include "messaging/WebServiceThread.h"
-#include "platform/Status.h"
-#include "platform/VsDataModel.h"
+#include "standins/Status.h"
+#include "standins/VsDataModel.h"
 
 namespace Harbec {
 

@@ -4,9 +4,9 @@
 #include <cstring>
 
 #include "Kel/Assert.h"
-#include "Kel/Trace.h"
+#include "messaging/HarbecTrace.h"
 #include "messaging/TextUtils.h"
-#include "platform/IpAddr.h"
+#include "standins/IpAddr.h"
 
 namespace Harbec {
 

@@ -7,7 +7,7 @@
 
 #include <pugixml.hpp>
 
-#include "platform/VsDataModel.h"
+#include "standins/VsDataModel.h"
 
 namespace Harbec {
 

@@ -5,25 +5,15 @@
 #include <string>
 #include <vector>
 
-#include "../VcSim.h"
+#include "peers/VcSim.h"
 #include "Kel/Lock.h"
 #include "inventory/VI.h"
 
 namespace simports {
 
-struct Port {
-  std::string key, type, entity, nicKey, proxyHost;
-};
+using Port = vcsim::Simulator::DvPort;
 
-inline std::vector<Port> ports(vcsim::Simulator& sim, const std::string& dvs) {
-  std::string json = sim.call("GET", "/ports?dvs=" + dvs);
-  std::vector<std::string> keys = peer::values(json, "key"), types = peer::values(json, "connecteeType"),
-                           entities = peer::values(json, "value"), nicKeys = peer::values(json, "nicKey"),
-                           proxies = peer::values(json, "proxyHost");
-  std::vector<Port> out;
-  for (size_t i = 0; i < keys.size(); ++i) out.push_back({keys[i], types[i], entities[i], nicKeys[i], proxies[i]});
-  return out;
-}
+inline std::vector<Port> ports(vcsim::Simulator& sim, const std::string& dvs) { return sim.dvPorts(dvs); }
 
 // Hosts with their physical NICs and kernel machine, machines with their
 // cards: whatever the ports connect to. Ports of any other connectee type
@@ -42,10 +32,10 @@ inline void seed(const Harbec::VI::Ptr& vi, const std::vector<Port>& ports) {
     return h;
   };
   for (const Port& p : ports) {
-    if (p.type == "pnic") {
+    if (p.connecteeType == "pnic") {
       EsxHost::Ptr h = host(p.entity);
       h->pnicIs(p.nicKey, static_cast<unsigned char>(h->pnics() + 1));
-    } else if (p.type == "vmVnic") {
+    } else if (p.connecteeType == "vmVnic") {
       vi->vmIs(p.entity)->vnicIs(p.nicKey);
     } else {
       host(p.proxyHost)->vm()->vnicIs(p.nicKey)->vnicTypeIs(vmKernelNic);

@@ -7,7 +7,7 @@
 #include <algorithm>
 #include <string>
 
-#include "../VcSim.h"
+#include "peers/VcSim.h"
 #include "SessionHarness.h"
 
 namespace harness {

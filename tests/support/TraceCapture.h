@@ -4,7 +4,7 @@
 #include <sstream>
 #include <string>
 
-#include "Kel/Trace.h"
+#include "messaging/HarbecTrace.h"
 
 namespace harness {
 

@@ -1,0 +1,41 @@
+// The vShield Manager stand-in of vsmstub/, run as a child process on
+// 127.0.0.1, started on free ports and driven over its control port with
+// JSON. It stops with the object, or when its stdin closes, so a program
+// that dies takes it along.
+#pragma once
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "peers/PeerProcess.h"
+
+namespace vsmstub {
+
+using peer::http;
+using peer::values;
+
+class Stub {
+  peer::Process process_;
+
+ public:
+  Stub() : process_(peer::binary("vsmstub"), {"-stdin=watch"}, {"VSM_URL", "VSM_CONTROL"}) {
+    url = process_.printed("VSM_URL");
+    control = process_.printed("VSM_CONTROL");
+  }
+
+  // POSTs one answer object or an array of them; returns the reply.
+  std::string answer(const std::string& json) { return call("POST", "/answers", json); }
+  std::string call(const std::string& method, const std::string& target, const std::string& body = "") {
+    std::string reply;
+    int status = http(control, method, target, body, &reply);
+    if (status != 200) throw std::runtime_error(target + ": " + std::to_string(status) + " " + reply);
+    return reply;
+  }
+  // Request targets received so far, in order.
+  std::vector<std::string> uris() { return values(call("GET", "/log"), "uri"); }
+
+  std::string url;
+  std::string control;
+};
+
+}  // namespace vsmstub
