@@ -9,7 +9,7 @@
 // run from the arena's own list when the session frees the context's
 // memory, and the blocks go back in the same step.
 //
-// The generated serializers allocate through vim25/ArenaNew.h. A context
+// The generated serializers allocate through vim25/LeanReader.h. A context
 // without an arena gets plain new and delete, as do all contexts in
 // sanitizer builds, where pooled memory would hide faults.
 #pragma once
