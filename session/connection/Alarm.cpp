@@ -1,6 +1,7 @@
 // An alarm definition in vCenter: disabled, raised by the event
 // "KestinEvent" on hosts, with no action.
 #include "messaging/HarbecTrace.h"
+#include "session/connection/Exchange.h"
 #include "session/HarbecSmInternal.h"
 
 namespace Harbec {
@@ -43,7 +44,7 @@ void createAlarm(Kel::Ptr<HarbecSm>, VimBinding* vim, std::string entity, std::s
   request.entity = &entityRef;
   request.spec = &spec;
   _ns2__CreateAlarmResponse response;
-  if (vim->__ns2__CreateAlarm(&request, &response) != SOAP_OK)
+  if (vimCall(vim, &VimBinding::__ns2__CreateAlarm, request, response) != SOAP_OK)
     throw SoapException(SoapException::recoverableRpcException, "CreateAlarm");
 }
 

@@ -10,6 +10,7 @@
 #include "Kel/Lock.h"
 #include "messaging/HarbecTrace.h"
 #include "messaging/TextUtils.h"
+#include "session/connection/Exchange.h"
 #include "session/connection/HarbecLog.h"
 #include "session/HarbecSmInternal.h"
 
@@ -88,13 +89,12 @@ int connectTovCenter(Kel::Ptr<HarbecSm> sm) {
   ns2__RetrieveServiceContentRequestType contentRequest;
   contentRequest._USCOREthis = &serviceInstanceRef;
   _ns2__RetrieveServiceContentResponse contentResponse;
-  updateSoapMsgSent(sm->soapStatus(), soapMsgServiceContent);
-  if (vim->__ns2__RetrieveServiceContent(&contentRequest, &contentResponse) != SOAP_OK) {
-    updateSoapStatus(sm->soapStatus(), soapMsgServiceContent, soapResultFailed);
+  if (!exchange(*sm, soapMsgServiceContent, &VimBinding::__ns2__RetrieveServiceContent, contentRequest,
+                contentResponse, Counted::always, +[](const _ns2__RetrieveServiceContentResponse&) {
+                  HARBEC_TRACE(6, "RetrieveServiceContent - OK");
+                  return true;
+                }))
     throw SoapException(SoapException::connectionException, "RetrieveServiceContent");
-  }
-  HARBEC_TRACE(6, "RetrieveServiceContent - OK");
-  updateSoapStatus(sm->soapStatus(), soapMsgServiceContent, soapResultOk);
   serviceContent = contentResponse.returnval;
   // Counted as a success above all the same.
   if (!serviceContent || !serviceContent->sessionManager)
@@ -106,14 +106,14 @@ int connectTovCenter(Kel::Ptr<HarbecSm> sm) {
   loginRequest.password = password.str();
   loginRequest.locale = nullptr;
   _ns2__LoginResponse loginResponse;
-  updateSoapMsgSent(sm->soapStatus(), soapMsgLogin);
   // A broken connection, too, reads as a refused login.
-  if (vim->__ns2__Login(&loginRequest, &loginResponse) != SOAP_OK || !loginResponse.returnval) {
-    updateSoapStatus(sm->soapStatus(), soapMsgLogin, soapResultFailed);
+  if (!exchange(*sm, soapMsgLogin, &VimBinding::__ns2__Login, loginRequest, loginResponse, Counted::always,
+                +[](const _ns2__LoginResponse& r) {
+                  if (!r.returnval) return false;
+                  HARBEC_TRACE(6, "Login Successful " << r.returnval->userName);
+                  return true;
+                }))
     throw SoapException(SoapException::authenticationException, "Invalid username and password.");
-  }
-  HARBEC_TRACE(6, "Login Successful " << loginResponse.returnval->userName);
-  updateSoapStatus(sm->soapStatus(), soapMsgLogin, soapResultOk);
 
   copyMOR(&rootFolderRef, serviceContent->rootFolder);
   copyMOR(&propertyCollectorRef, serviceContent->propertyCollector);
@@ -137,14 +137,12 @@ void getCurrentTimeOnvCenter(Kel::Ptr<HarbecSm> sm, time_t& t) {
   ns2__CurrentTimeRequestType request;
   request._USCOREthis = &serviceInstanceRef;
   _ns2__CurrentTimeResponse response;
-  updateSoapMsgSent(sm->soapStatus(), soapMsgCurrentTime);
-  if (sm->vim()->__ns2__CurrentTime(&request, &response) != SOAP_OK) {
-    updateSoapStatus(sm->soapStatus(), soapMsgCurrentTime, soapResultFailed);
+  // The success is deliberately not counted: lastMsgSent names the message
+  // while the counters stay.
+  if (!exchange(*sm, soapMsgCurrentTime, &VimBinding::__ns2__CurrentTime, request, response, Counted::failureOnly)) {
     Kel::log(HARBEC_COMMUNICATION_ERROR);
     throw SoapException(SoapException::fatalRpcException, "CurrentTime");
   }
-  // The success is deliberately not counted: lastMsgSent names the message
-  // while the counters stay.
   t = response.returnval;
 }
 
@@ -154,7 +152,7 @@ int logout(VimBinding* vim) {
   ns2__LogoutRequestType request;
   request._USCOREthis = serviceContent->sessionManager;
   _ns2__LogoutResponse response;
-  return vim->__ns2__Logout(&request, &response);
+  return vimCall(vim, &VimBinding::__ns2__Logout, request, response);
 }
 
 void copyMOR(ns2__ManagedObjectReference* dstMOR, ns2__ManagedObjectReference* srcMOR) {

@@ -2,6 +2,7 @@
 // goes into vCenter's event log as a user event on the root folder.
 #include "Kel/Lock.h"
 #include "messaging/HarbecTrace.h"
+#include "session/connection/Exchange.h"
 #include "session/HarbecSmInternal.h"
 
 namespace Harbec {
@@ -35,7 +36,7 @@ void logUserEvent(VimBinding* vim, const std::string& entity, std::string& entit
   request.msg = msg;
   _ns2__LogUserEventResponse response;
   // Not reported in SoapStatus.
-  if (vim->__ns2__LogUserEvent(&request, &response) != SOAP_OK)
+  if (vimCall(vim, &VimBinding::__ns2__LogUserEvent, request, response) != SOAP_OK)
     throw SoapException(SoapException::recoverableRpcException, "LogUserEvent");
 }
 

@@ -11,6 +11,7 @@
 
 #include "Kel/Assert.h"
 #include "messaging/HarbecTrace.h"
+#include "session/connection/Exchange.h"
 #include "session/ports/PortOperations.h"
 
 namespace Harbec {
@@ -71,13 +72,10 @@ void HarbecSm::handleFetchDvPortRequestWithCallback(const Kel::Ptr<const FetchDv
   fetchRequest.criteria = &criteria;
 
   _ns2__FetchDVPortsResponse fetchResponse;
-  updateSoapMsgSent(soapStatus(), soapMsgFetchDvPorts);
-  if (vim_->__ns2__FetchDVPorts(&fetchRequest, &fetchResponse) != SOAP_OK) {
-    updateSoapStatus(soapStatus(), soapMsgFetchDvPorts, soapResultFailed);
+  if (!exchange(*this, soapMsgFetchDvPorts, &VimBinding::__ns2__FetchDVPorts, fetchRequest, fetchResponse)) {
     closeClient(request->socket());
     throw SoapException(SoapException::recoverableRpcException, "FetchDVPorts");
   }
-  updateSoapStatus(soapStatus(), soapMsgFetchDvPorts, soapResultOk);
 
   FetchDvPortResponse::Ptr response = fetchDvPortResponseFactory("FetchDvPortResponse");
   response->socketIs(request->socket());
@@ -126,13 +124,10 @@ void HarbecSm::handleRefreshDvPortRequestWithCallback(const Kel::Ptr<const Refre
   refreshRequest.portKeys = portKeys(request);
 
   _ns2__RefreshDVPortStateResponse refreshResponse;
-  updateSoapMsgSent(soapStatus(), soapMsgRefreshDvPort);
-  if (vim_->__ns2__RefreshDVPortState(&refreshRequest, &refreshResponse) != SOAP_OK) {
-    updateSoapStatus(soapStatus(), soapMsgRefreshDvPort, soapResultFailed);
+  if (!exchange(*this, soapMsgRefreshDvPort, &VimBinding::__ns2__RefreshDVPortState, refreshRequest, refreshResponse)) {
     closeClient(request->socket());
     throw SoapException(SoapException::recoverableRpcException, "RefreshDVPortState");
   }
-  updateSoapStatus(soapStatus(), soapMsgRefreshDvPort, soapResultOk);
 
   FetchDvPortRequest::Ptr fetch = fetchDvPortRequestFactory("FetchDvPortRequest");
   fetch->requestTypeIs(refreshDvPortRequestType);

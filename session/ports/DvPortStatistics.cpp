@@ -7,6 +7,7 @@
 #include "Kel/Assert.h"
 #include "Kel/Lock.h"
 #include "messaging/HarbecTrace.h"
+#include "session/connection/Exchange.h"
 #include "session/ports/PortOperations.h"
 
 namespace Harbec {
@@ -99,12 +100,8 @@ void fetchDvPorts(HarbecSm::Ptr sm) {
     vi->newPortDel(i.key());
   }
   _ns2__FetchDVPortsResponse response;
-  updateSoapMsgSent(sm->soapStatus(), soapMsgFetchDvPorts);
-  if (sm->vim()->__ns2__FetchDVPorts(&request, &response) != SOAP_OK) {
-    updateSoapStatus(sm->soapStatus(), soapMsgFetchDvPorts, soapResultFailed);
+  if (!exchange(*sm, soapMsgFetchDvPorts, &VimBinding::__ns2__FetchDVPorts, request, response))
     throw SoapException(SoapException::fatalRpcException, "FetchDVPorts");
-  }
-  updateSoapStatus(sm->soapStatus(), soapMsgFetchDvPorts, soapResultOk);
   updateCounters(sm, response);
 }
 
@@ -129,20 +126,12 @@ void HarbecSm::handleRefreshDvPortRequest(const Kel::Ptr<const RefreshDvPortRequ
   }
 
   _ns2__RefreshDVPortStateResponse refreshResponse;
-  updateSoapMsgSent(soapStatus(), soapMsgRefreshDvPort);
-  if (vim_->__ns2__RefreshDVPortState(&refreshRequest, &refreshResponse) != SOAP_OK) {
-    updateSoapStatus(soapStatus(), soapMsgRefreshDvPort, soapResultFailed);
+  if (!exchange(*this, soapMsgRefreshDvPort, &VimBinding::__ns2__RefreshDVPortState, refreshRequest, refreshResponse))
     throw SoapException(SoapException::fatalRpcException, "RefreshDVPortState");
-  }
-  updateSoapStatus(soapStatus(), soapMsgRefreshDvPort, soapResultOk);
 
   _ns2__FetchDVPortsResponse fetchResponse;
-  updateSoapMsgSent(soapStatus(), soapMsgFetchDvPorts);
-  if (vim_->__ns2__FetchDVPorts(&fetchRequest, &fetchResponse) != SOAP_OK) {
-    updateSoapStatus(soapStatus(), soapMsgFetchDvPorts, soapResultFailed);
+  if (!exchange(*this, soapMsgFetchDvPorts, &VimBinding::__ns2__FetchDVPorts, fetchRequest, fetchResponse))
     throw SoapException(SoapException::fatalRpcException, "FetchDVPorts");
-  }
-  updateSoapStatus(soapStatus(), soapMsgFetchDvPorts, soapResultOk);
   updateCounters(this, fetchResponse);
 }
 

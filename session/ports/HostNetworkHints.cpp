@@ -6,6 +6,7 @@
 
 #include "Kel/Lock.h"
 #include "messaging/HarbecTrace.h"
+#include "session/connection/Exchange.h"
 #include "session/ports/PortOperations.h"
 
 namespace Harbec {
@@ -104,7 +105,7 @@ void HarbecSm::handleUpdateHostNwInfoRequest(const Kel::Ptr<const UpdateHostNwIn
     networkSystemRef.__item = networkId;
     HARBEC_TRACE(9, "NetworkInfo for " << networkId);
     _ns2__QueryNetworkHintResponse hintResponse;
-    int ret = vim_->__ns2__QueryNetworkHint(&hintRequest, &hintResponse);
+    int ret = vimCall(vim_, &VimBinding::__ns2__QueryNetworkHint, hintRequest, hintResponse);
     HARBEC_TRACE(9, "ret of QueryNetworkHint is " << ret);
     // Marked once the answer is in.
     updateSoapMsgSent(soapStatus(), soapMsgNetworkHint);

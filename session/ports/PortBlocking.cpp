@@ -2,6 +2,7 @@
 // switch is not named: the request goes out with the empty process-wide
 // reference, and the task vCenter answers with is not waited for.
 #include "messaging/HarbecTrace.h"
+#include "session/connection/Exchange.h"
 #include "session/ports/PortOperations.h"
 
 namespace Harbec {
@@ -24,7 +25,7 @@ void blockPort(HarbecSm::Ptr sm, Kel::String8 portKey, bool block) {
   HARBEC_TRACE(5, "BlockDvPort: Port " << key << " " << block);
   _ns2__ReconfigureDVPort_USCORETaskResponse response;
   // Not reported in SoapStatus. Success means that vCenter took the call.
-  if (sm->vim()->__ns2__ReconfigureDVPort_USCORETask(&request, &response) != SOAP_OK)
+  if (vimCall(sm->vim(), &VimBinding::__ns2__ReconfigureDVPort_USCORETask, request, response) != SOAP_OK)
     throw SoapException(SoapException::fatalRpcException, "ReconfigureDVPort");
 }
 

@@ -5,6 +5,7 @@
 // refer to each other by name.
 #include "messaging/HarbecTrace.h"
 #include "session/HarbecSmInternal.h"
+#include "session/connection/Exchange.h"
 
 namespace Harbec {
 
@@ -43,12 +44,8 @@ void createFilter(Kel::Ptr<HarbecSm> sm, ns2__PropertyFilterSpec* spec, const ch
   request.spec = spec;
   request.partialUpdates = false;
   _ns2__CreateFilterResponse response;
-  updateSoapMsgSent(sm->soapStatus(), soapMsgCreateFilter);
-  if (sm->vim()->__ns2__CreateFilter(&request, &response) != SOAP_OK) {
-    updateSoapStatus(sm->soapStatus(), soapMsgCreateFilter, soapResultFailed);
+  if (!exchange(*sm, soapMsgCreateFilter, &VimBinding::__ns2__CreateFilter, request, response))
     throw SoapException(SoapException::connectionException, "CreateFilter");
-  }
-  updateSoapStatus(sm->soapStatus(), soapMsgCreateFilter, soapResultOk);
   HARBEC_TRACE(6, success);
   if (response.returnval) filterRef.__item = response.returnval->__item;
 }
@@ -119,11 +116,9 @@ void createEventFilter(Kel::Ptr<HarbecSm> sm) {
   collectorRequest._USCOREthis = &eventManagerRef;
   collectorRequest.filter = &filter;
   _ns2__CreateCollectorForEventsResponse collectorResponse;
-  updateSoapMsgSent(sm->soapStatus(), soapMsgCreateCollector);
-  if (sm->vim()->__ns2__CreateCollectorForEvents(&collectorRequest, &collectorResponse) != SOAP_OK) {
-    updateSoapStatus(sm->soapStatus(), soapMsgCreateCollector, soapResultFailed);
+  if (!exchange(*sm, soapMsgCreateCollector, &VimBinding::__ns2__CreateCollectorForEvents, collectorRequest,
+                collectorResponse, Counted::failureOnly))
     throw SoapException(SoapException::connectionException, "CreateCollectorForEvents");
-  }
 
   ns2__EventFilterSpecByEntity byEntity;
   byEntity.entity = &rootFolderRef;
@@ -135,26 +130,22 @@ void createEventFilter(Kel::Ptr<HarbecSm> sm) {
   filter.time = &byTime;
   filter.type = {"VmMigratedEvent", "VmBeingHotMigratedEvent", "VmFailedMigrateEvent"};
 
-  updateSoapMsgSent(sm->soapStatus(), soapMsgCreateCollector);
-  if (sm->vim()->__ns2__CreateCollectorForEvents(&collectorRequest, &collectorResponse) != SOAP_OK) {
-    updateSoapStatus(sm->soapStatus(), soapMsgCreateCollector, soapResultFailed);
+  if (!exchange(*sm, soapMsgCreateCollector, &VimBinding::__ns2__CreateCollectorForEvents, collectorRequest,
+                collectorResponse)) {
     HARBEC_TRACE(6, "Event collector successful");  // on this path, whatever it says
     throw SoapException(SoapException::connectionException, "CreateCollectorForEvents");
   }
-  updateSoapStatus(sm->soapStatus(), soapMsgCreateCollector, soapResultOk);
   ns2__ManagedObjectReference* collector = collectorResponse.returnval;
 
   ns2__SetCollectorPageSizeRequestType pageSizeRequest;
   pageSizeRequest._USCOREthis = collector;
   pageSizeRequest.maxCount = 100;
   _ns2__SetCollectorPageSizeResponse pageSizeResponse;
-  updateSoapMsgSent(sm->soapStatus(), soapMsgSetPageSize);
-  if (sm->vim()->__ns2__SetCollectorPageSize(&pageSizeRequest, &pageSizeResponse) != SOAP_OK) {
-    updateSoapStatus(sm->soapStatus(), soapMsgSetPageSize, soapResultFailed);
+  if (!exchange(*sm, soapMsgSetPageSize, &VimBinding::__ns2__SetCollectorPageSize, pageSizeRequest,
+                pageSizeResponse)) {
     HARBEC_TRACE(6, "Event filter page size creation successful");  // likewise
     throw SoapException(SoapException::connectionException, "SetCollectorPageSize");
   }
-  updateSoapStatus(sm->soapStatus(), soapMsgSetPageSize, soapResultOk);
 
   ns2__PropertySpec pageSpec = propertySpec("EventHistoryCollector", {"latestPage"});
   ns2__ObjectSpec collectorSpec;

@@ -8,64 +8,67 @@
 #include "Kel/Lock.h"
 #include "messaging/HarbecTrace.h"
 #include "session/HarbecSmInternal.h"
+#include "session/connection/Exchange.h"
 #include "session/updates/UpdateHandlers.h"
 
 namespace Harbec {
 
+namespace {
+
+// Which of the two update calls a round makes, with its own trace texts.
+template <class Request, class Response>
+struct UpdateCall {
+  VimMethod<Request, Response> method;
+  const char* name;        // the exception's text
+  const char* versionText;
+  int successLevel;        // of the success trace and the object count
+  const char* successText;
+};
+
+const UpdateCall<ns2__WaitForUpdatesRequestType, _ns2__WaitForUpdatesResponse> kWait{
+    &VimBinding::__ns2__WaitForUpdates, "WaitForUpdates", "WaitForUpdates version", 8, "WaitForUpdates successful"};
+const UpdateCall<ns2__CheckForUpdatesRequestType, _ns2__CheckForUpdatesResponse> kCheck{
+    &VimBinding::__ns2__CheckForUpdates, "CheckForUpdates", "checkforupdate version", 6,
+    "CheckForUpdates successful"};
+
+// One round: pending port shutdowns, the call with the version taken so
+// far, the set applied, and the DV ports asked for by the set fetched.
+template <class Request, class Response>
+void updateRound(Kel::Ptr<HarbecSm> sm, const UpdateCall<Request, Response>& call) {
+  FreeSoapMem freeSoapMem(sm->vim());
+  applyConfig(sm);
+  std::string version = sm->version().str();
+  Request request;
+  request._USCOREthis = &propertyCollectorRef;
+  request.version = &version;
+  HARBEC_TRACE(6, call.versionText << version);
+  Response response;
+  if (!exchange(*sm, soapMsgUpdates, call.method, request, response))
+    throw SoapException(SoapException::fatalRpcException, call.name);
+  HARBEC_TRACE(call.successLevel, call.successText);
+  if (response.returnval) {
+    HARBEC_TRACE(call.successLevel, "Number of Objects " << response.returnval->filterSet.size());
+    processUpdateSet(sm, response.returnval);
+  }
+  fetchDvPorts(sm);
+}
+
+}  // namespace
+
 void waitForUpdates(Kel::Ptr<HarbecSm> sm) {
   HARBEC_TRACE_ENTRY();
-  VimBinding* vim = sm->vim();
   // vCenter answers only when it has something to tell: no limit on the
   // wait, until the next connect resets the context.
-  vim->soap->recv_timeout = 0;
+  sm->vim()->soap->recv_timeout = 0;
   for (;;) {
-    FreeSoapMem freeSoapMem(vim);
     HARBEC_TRACE(6, "Waiting for update.");
-    applyConfig(sm);
-    std::string version = sm->version().str();
-    ns2__WaitForUpdatesRequestType request;
-    request._USCOREthis = &propertyCollectorRef;
-    request.version = &version;
-    HARBEC_TRACE(6, "WaitForUpdates version" << version);
-    _ns2__WaitForUpdatesResponse response;
-    updateSoapMsgSent(sm->soapStatus(), soapMsgUpdates);
-    if (vim->__ns2__WaitForUpdates(&request, &response) != SOAP_OK) {
-      updateSoapStatus(sm->soapStatus(), soapMsgUpdates, soapResultFailed);
-      throw SoapException(SoapException::fatalRpcException, "WaitForUpdates");
-    }
-    updateSoapStatus(sm->soapStatus(), soapMsgUpdates, soapResultOk);
-    HARBEC_TRACE(8, "WaitForUpdates successful");
-    if (response.returnval) {
-      HARBEC_TRACE(8, "Number of Objects " << response.returnval->filterSet.size());
-      processUpdateSet(sm, response.returnval);
-    }
-    fetchDvPorts(sm);
+    updateRound(sm, kWait);
   }
 }
 
 void checkForUpdates(Kel::Ptr<HarbecSm> sm) {
   HARBEC_TRACE_ENTRY();
-  VimBinding* vim = sm->vim();
-  FreeSoapMem freeSoapMem(vim);
-  applyConfig(sm);
-  std::string version = sm->version().str();
-  ns2__CheckForUpdatesRequestType request;
-  request._USCOREthis = &propertyCollectorRef;
-  request.version = &version;
-  HARBEC_TRACE(6, "checkforupdate version" << version);
-  _ns2__CheckForUpdatesResponse response;
-  updateSoapMsgSent(sm->soapStatus(), soapMsgUpdates);
-  if (vim->__ns2__CheckForUpdates(&request, &response) != SOAP_OK) {
-    updateSoapStatus(sm->soapStatus(), soapMsgUpdates, soapResultFailed);
-    throw SoapException(SoapException::fatalRpcException, "CheckForUpdates");
-  }
-  updateSoapStatus(sm->soapStatus(), soapMsgUpdates, soapResultOk);
-  HARBEC_TRACE(6, "CheckForUpdates successful");
-  if (response.returnval) {
-    HARBEC_TRACE(6, "Number of Objects " << response.returnval->filterSet.size());
-    processUpdateSet(sm, response.returnval);
-  }
-  fetchDvPorts(sm);
+  updateRound(sm, kCheck);
 }
 
 void applyConfig(Kel::Ptr<HarbecSm> sm) {
