@@ -14,6 +14,7 @@
 #include "Kel/Lock.h"
 #include "Kel/Log.h"
 #include "agent/Changes.h"
+#include "agent/Failure.h"
 #include "agent/Relays.h"
 #include "agent/SwitchView.h"
 #include "session/HarbecSm.h"
@@ -58,33 +59,6 @@ std::string clock() {
   char buf[16];
   std::strftime(buf, sizeof buf, "%H:%M:%S", std::localtime(&t));
   return buf;
-}
-
-// The text of a fault as one line of moderate length.
-std::string oneLine(const std::string& text) {
-  std::string out;
-  for (char c : text) {
-    if (c == '\n' || c == '\r' || c == '\t') c = ' ';
-    if (c == ' ' && (out.empty() || out.back() == ' ')) continue;
-    out += c;
-  }
-  while (!out.empty() && out.back() == ' ') out.pop_back();
-  return out.size() > 200 ? out.substr(0, 197) + "..." : out;
-}
-
-// A failed exchange as the session recorded it ("RetrieveServiceContent
-// SOAP 1.1 fault ... \"Connection refused\" Detail: connect failed in
-// tcp_connect()") told shortly: "RetrieveServiceContent: Connection refused
-// (connect failed in tcp_connect())".
-std::string faultReason(const std::string& lastError) {
-  std::string text = oneLine(lastError);
-  size_t open = text.find('"');
-  size_t close = open == std::string::npos ? open : text.find('"', open + 1);
-  if (close == std::string::npos) return text;
-  std::string reason = text.substr(0, text.find(' ')) + ": " + text.substr(open + 1, close - open - 1);
-  size_t detail = text.find("Detail: ", close);
-  if (detail != std::string::npos) reason += " (" + text.substr(detail + 8) + ")";
-  return reason;
 }
 
 bool digitsOnly(const std::string& s) {
@@ -146,8 +120,12 @@ struct HostAgent::Impl {
   }
   Kel::Name fresh(const std::string& what) { return Kel::Name(what + "-" + std::to_string(++serial)); }
 
-  bool connect(VcSession& s, const std::atomic<bool>& stop, std::string* error);
-  bool waitForSync(const std::string& loop, const std::atomic<bool>& stop, std::string* error);
+  SoapFailure lastFailure(const VcSession& s) {
+    Kel::ActivityLockAnchor lock;
+    return soapFailure(s.soapStatus->lastError().str());
+  }
+  bool connect(VcSession& s, std::string* error);
+  bool waitForSync(const std::string& loop, std::string* error);
   void addInterfaces();
   bool discoverInterfaces();
   std::vector<std::string> postRound(bool firstRound);
@@ -157,8 +135,7 @@ struct HostAgent::Impl {
   Snapshot snapshot();
   std::string vshieldState();
   void print(const Snapshot& s);
-  bool sleepFor(double seconds, const std::atomic<bool>& stop);
-  int live(std::string loop, const std::atomic<bool>& stop);
+  int live(std::string loop);
 };
 
 void HostAgent::Impl::startSession(VcSession& s, const char* instance) {
@@ -192,13 +169,7 @@ void HostAgent::Impl::start() {
   restThread = restThreadFactory(restRelay);
 }
 
-bool HostAgent::Impl::sleepFor(double seconds, const std::atomic<bool>& stop) {
-  double until = now() + seconds;
-  while (!stop && now() < until) std::this_thread::sleep_for(std::chrono::milliseconds(50));
-  return !stop;
-}
-
-bool HostAgent::Impl::connect(VcSession& s, const std::atomic<bool>& stop, std::string* error) {
+bool HostAgent::Impl::connect(VcSession& s, std::string* error) {
   double deadline = o.retryFor > 0 ? now() + o.retryFor : INFINITY;
   for (unsigned attempt = 1;; ++attempt) {
     std::string name = post(s, connectRequestFactory(fresh("connect")));
@@ -206,47 +177,44 @@ bool HostAgent::Impl::connect(VcSession& s, const std::atomic<bool>& stop, std::
       *error = "vCenter at " + o.vcenterUrl + " did not answer the login";
       return false;
     }
-    std::string lastError;
     {
       Kel::ActivityLockAnchor lock;
       if (s.sessionStatus->sessionState() == sessionConnected) return true;
-      lastError = s.soapStatus->lastError().str();
     }
-    std::string reason = faultReason(lastError);
-    if (lastError.rfind("Invalid username and password.", 0) == 0) {
+    SoapFailure failure = lastFailure(s);
+    if (failure.refusedLogin) {
       *error = "vCenter at " + o.vcenterUrl + " refused the login of " + o.vcenterUser;
       return false;
     }
     double delay = backoffDelay(attempt);
     if (now() + delay > deadline) {
-      *error = "cannot connect to vCenter at " + o.vcenterUrl + ": " + reason;
+      *error = "cannot connect to vCenter at " + o.vcenterUrl + ": " + failure.reason;
       return false;
     }
-    say(clock() + " vCenter not reachable (" + reason + "); attempt " + std::to_string(attempt + 1) + " in " +
+    say(clock() + " vCenter not reachable (" + failure.reason + "); attempt " + std::to_string(attempt + 1) + " in " +
         std::to_string(static_cast<int>(delay)) + " s");
-    if (!sleepFor(delay, stop)) {
-      *error = "interrupted";
-      return false;
-    }
+    std::this_thread::sleep_for(std::chrono::duration<double>(delay));
   }
 }
 
-bool HostAgent::Impl::waitForSync(const std::string& loop, const std::atomic<bool>& stop, std::string* error) {
+bool HostAgent::Impl::waitForSync(const std::string& loop, std::string* error) {
   double deadline = now() + kSyncTimeout;
-  while (!stop && now() < deadline) {
+  while (now() < deadline) {
     {
       Kel::ActivityLockAnchor lock;
       if (vi->initialWaitForUpdate()) return true;
     }
     if (served.has(loop)) {
-      Kel::ActivityLockAnchor lock;
-      if (update.soapStatus->failureCount() == 0) return true;  // a loop that returned without a failure
-      *error = "the update loop failed: " + faultReason(update.soapStatus->lastError().str());
+      {
+        Kel::ActivityLockAnchor lock;
+        if (update.soapStatus->failureCount() == 0) return true;  // a loop that returned without a failure
+      }
+      *error = "the update loop failed: " + lastFailure(update).reason;
       return false;
     }
     std::this_thread::sleep_for(std::chrono::milliseconds(20));
   }
-  *error = stop ? "interrupted" : "no inventory from vCenter in " + std::to_string(int(kSyncTimeout)) + " s";
+  *error = "no inventory from vCenter in " + std::to_string(int(kSyncTimeout)) + " s";
   return false;
 }
 
@@ -330,15 +298,14 @@ std::vector<std::string> HostAgent::Impl::postRound(bool firstRound) {
 }
 
 void HostAgent::Impl::checkCounters() {
-  std::string lastError;
   {
     Kel::ActivityLockAnchor lock;
     if (requests.soapStatus->failureCount() == failuresBeforeRound) return;
-    lastError = requests.soapStatus->lastError().str();
   }
-  if (!countersWanted || lastError.rfind("FetchDVPorts", 0) != 0) return;
+  SoapFailure failure = lastFailure(requests);
+  if (!countersWanted || failure.call != "FetchDVPorts") return;
   countersWanted = false;
-  say(clock() + " port counters are not available from this vCenter (" + faultReason(lastError) + "); no more asked");
+  say(clock() + " port counters are not available from this vCenter (" + failure.reason + "); no more asked");
 }
 
 Snapshot HostAgent::Impl::snapshot() {
@@ -363,20 +330,16 @@ void HostAgent::Impl::print(const Snapshot& s) {
   out << "\n\n" << renderText(s) << std::flush;
 }
 
-int HostAgent::Impl::live(std::string loop, const std::atomic<bool>& stop) {
+int HostAgent::Impl::live(std::string loop) {
   Snapshot last = snapshot();
   std::vector<std::string> round;
   double nextRound = now() + o.pollEvery;
-  while (!stop) {
+  for (;;) {
     std::this_thread::sleep_for(std::chrono::milliseconds(250));
     if (served.has(loop)) {
-      std::string lastError;
-      {
-        Kel::ActivityLockAnchor lock;
-        lastError = update.soapStatus->lastError().str();
-      }
-      if (lastError.find("Try Again") == std::string::npos) {
-        say("harbec-agent: lost vCenter at " + o.vcenterUrl + ": " + faultReason(lastError));
+      SoapFailure failure = lastFailure(update);
+      if (!failure.tryAgain) {
+        say("harbec-agent: lost vCenter at " + o.vcenterUrl + ": " + failure.reason);
         return 1;
       }
       loop = post(update, [&] {
@@ -405,7 +368,6 @@ int HostAgent::Impl::live(std::string loop, const std::atomic<bool>& stop) {
     }
     last = std::move(s);
   }
-  return 0;
 }
 
 HostAgent::HostAgent(Settings settings, std::ostream& out, std::ostream& err)
@@ -415,19 +377,19 @@ HostAgent::HostAgent(Settings settings, std::ostream& out, std::ostream& err)
 // header), and so does what they write to.
 HostAgent::~HostAgent() = default;
 
-int HostAgent::run(const std::atomic<bool>& stop) {
+int HostAgent::run() {
   Impl& a = *impl_;
   a.start();
   if (a.o.bridgeMac.empty()) a.say("harbec-agent: without --bridge-mac no interface can be tied to a host");
   std::string error;
-  if (!a.connect(a.update, stop, &error) || !a.connect(a.requests, stop, &error)) {
+  if (!a.connect(a.update, &error) || !a.connect(a.requests, &error)) {
     a.say("harbec-agent: " + error);
     return 1;
   }
   CheckForUpdatesRequest::Ptr wait = checkForUpdatesRequestFactory(a.fresh("updates"));
   wait->blockIs(true);
   std::string loop = a.post(a.update, wait);
-  if (!a.waitForSync(loop, stop, &error)) {
+  if (!a.waitForSync(loop, &error)) {
     a.say("harbec-agent: " + error);
     return 1;
   }
@@ -447,7 +409,7 @@ int HostAgent::run(const std::atomic<bool>& stop) {
 
   a.print(a.snapshot());
   if (a.o.once) return 0;
-  return a.live(loop, stop);
+  return a.live(loop);
 }
 
 }  // namespace HarbecAgent

@@ -4,7 +4,6 @@
 // back-off, the rounds of neighbour hints, probes, port counters and
 // vShield requests, and the reaction to a lost update loop are decided here.
 #pragma once
-#include <atomic>
 #include <functional>
 #include <iosfwd>
 #include <string>
@@ -36,8 +35,8 @@ class HostAgent {
   // first round of requests; the demo sets up its neighbours there.
   std::function<void(const Snapshot&)> afterFirstSync;
 
-  // Runs until done (--once) or until `stop` is set; the exit status.
-  int run(const std::atomic<bool>& stop);
+  // Runs until done (--once) or for ever; the exit status.
+  int run();
 
   // The agent's threads stay behind: the update loop holds its thread
   // until vCenter answers, so the process ends without joining them.

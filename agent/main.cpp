@@ -4,7 +4,6 @@
 #include <signal.h>
 #include <unistd.h>
 
-#include <atomic>
 #include <cstdio>
 #include <iostream>
 
@@ -12,8 +11,6 @@
 #include "agent/HostAgent.h"
 
 namespace {
-
-std::atomic<bool> stopRequested{false};
 
 // An interrupt ends the live mode at once, ahead of the demo's peers, which
 // a terminal's interrupt reaches too (see finish). What was printed has
@@ -86,7 +83,7 @@ int main(int argc, char** argv) {
     };
   int status = 1;
   try {
-    status = agent.run(stopRequested);
+    status = agent.run();
   } catch (const std::exception& e) {
     std::cerr << "harbec-agent: " << e.what() << "\n";
   }

@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <fstream>
 
+#include "agent/Failure.h"
 #include "agent/HostAgent.h"
 #include "agent/Options.h"
 
@@ -79,4 +80,34 @@ TEST(AgentOptions, ConnectBackoffDoublesUpToItsCap) {
   for (unsigned attempt = 1; attempt <= 7; ++attempt) delays.push_back(backoffDelay(attempt));
   EXPECT_EQ(delays, (std::vector<double>{1, 2, 4, 8, 16, 30, 30}));
   EXPECT_EQ(backoffDelay(100, 5), 5);
+}
+
+// What the session records of a failure (the exception's text, then gSOAP's
+// account of the fault) as the agent decides on it.
+TEST(AgentFailures, RecordedFaultsTold) {
+  struct Case {
+    std::string lastError, call, reason;
+    bool refusedLogin, tryAgain;
+  };
+  const Case cases[] = {
+      {"RetrieveServiceContent SOAP 1.1 fault SOAP-ENV:Client [no subcode]\n\"Connection refused\"\n"
+       "Detail: connect failed in tcp_connect()\n",
+       "RetrieveServiceContent", "RetrieveServiceContent: Connection refused (connect failed in tcp_connect())",
+       false, false},
+      {"Invalid username and password. SOAP 1.1 fault SOAP-ENV:Server [no subcode]\n\"Cannot complete login due "
+       "to an incorrect user name or password.\"\nDetail: [no detail]\n",
+       "Login", "Login: Cannot complete login due to an incorrect user name or password.", true,
+       false},
+      {"WaitForUpdates SOAP 1.1 fault SOAP-ENV:Server [no subcode]\n\"Try Again\"\nDetail: [no detail]\n",
+       "WaitForUpdates", "WaitForUpdates: Try Again", false, true},
+      {"FetchDVPorts without\tquotes\n", "FetchDVPorts", "FetchDVPorts without quotes", false, false},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.lastError);
+    SoapFailure f = soapFailure(c.lastError);
+    EXPECT_EQ(f.call, c.call);
+    EXPECT_EQ(f.reason, c.reason);
+    EXPECT_EQ(f.refusedLogin, c.refusedLogin);
+    EXPECT_EQ(f.tryAgain, c.tryAgain);
+  }
 }
