@@ -130,157 +130,92 @@ class Vim25Unknown : public Vim25 {};
 // Requests, against VMware's element names and order.
 class Vim25Request : public Vim25 {};
 
-TEST_F(Vim25Reply, ServiceContentAndLogin) {
+TEST_F(Vim25Reply, ServiceContentLoginAndTime) {
   reply(dataFile("retrieve-service-content.xml"));
   _ns2__RetrieveServiceContentResponse content;
   ASSERT_EQ(SOAP_OK, soap_recv___ns2__RetrieveServiceContent(soap, content));
   ns2__ServiceContent* sc = content.returnval;
   ASSERT_NE(nullptr, sc);
-  const std::pair<ns2__ManagedObjectReference*, std::pair<const char*, const char*>> refs[] = {
-      {sc->rootFolder, {"Folder", "group-d1"}},
-      {sc->propertyCollector, {"PropertyCollector", "propertyCollector"}},
-      {sc->sessionManager, {"SessionManager", "SessionManager"}},
-      {sc->alarmManager, {"AlarmManager", "AlarmManager"}},
-      {sc->eventManager, {"EventManager", "EventManager"}},
+  const std::pair<ns2__ManagedObjectReference*, const char*> refs[] = {
+      {sc->rootFolder, "Folder group-d1"},
+      {sc->propertyCollector, "PropertyCollector propertyCollector"},
+      {sc->sessionManager, "SessionManager SessionManager"},
+      {sc->alarmManager, "AlarmManager AlarmManager"},
+      {sc->eventManager, "EventManager EventManager"},
   };
   for (const auto& [mor, expected] : refs) {
     ASSERT_NE(nullptr, mor);
-    EXPECT_EQ(expected.first, value(mor->type));
-    EXPECT_EQ(expected.second, mor->__item);
+    EXPECT_EQ(expected, value(mor->type) + " " + mor->__item);
   }
-
   reply(dataFile("login.xml"));
   _ns2__LoginResponse login;
   ASSERT_EQ(SOAP_OK, soap_recv___ns2__Login(soap, login));
   EXPECT_EQ("VSPHERE.LOCAL\\harbec", login.returnval->userName);
-}
 
-TEST_F(Vim25Reply, CurrentTimeIsUtc) {
   reply(R"(<?xml version="1.0" encoding="UTF-8"?>
 <soapenv:Envelope xmlns:soapenv="http://schemas.xmlsoap.org/soap/envelope/" xmlns:xsd="http://www.w3.org/2001/XMLSchema" xmlns:xsi="http://www.w3.org/2001/XMLSchema-instance">
 <soapenv:Body><CurrentTimeResponse xmlns="urn:vim25"><returnval>2024-03-05T10:20:30.123456Z</returnval></CurrentTimeResponse></soapenv:Body></soapenv:Envelope>)");
-  _ns2__CurrentTimeResponse response;
-  ASSERT_EQ(SOAP_OK, soap_recv___ns2__CurrentTime(soap, response));
-  EXPECT_EQ(1709634030, response.returnval);
+  _ns2__CurrentTimeResponse time;
+  ASSERT_EQ(SOAP_OK, soap_recv___ns2__CurrentTime(soap, time));
+  EXPECT_EQ(1709634030, time.returnval);
 }
 
-TEST_F(Vim25Reply, HostNetworkInfo) {
+TEST_F(Vim25Reply, HostNetworkHardwareAndSimpleValues) {
   ns2__UpdateSet* set = waitForUpdates("wait-for-updates-host.xml");
   ASSERT_NE(nullptr, set);
   EXPECT_EQ("1", set->version);
-  ASSERT_EQ(1u, set->filterSet.size());
-  ASSERT_EQ(1u, set->filterSet[0]->objectSet.size());
   ns2__ObjectUpdate* host = set->filterSet[0]->objectSet[0];
   EXPECT_EQ(ns2__ObjectUpdateKind__enter, host->kind);
-  EXPECT_EQ("HostSystem", value(host->obj->type));
-  EXPECT_EQ("host-10", host->obj->__item);
+  EXPECT_EQ("HostSystem host-10", value(host->obj->type) + " " + host->obj->__item);
   ASSERT_EQ(5u, host->changeSet.size());
-  EXPECT_EQ(ns2__PropertyChangeOp__assign, host->changeSet[0]->op);
 
   auto* network = as<ns2__HostNetworkInfo>(change(host, "config.network")->val);
   ASSERT_NE(nullptr, network);
-
-  ASSERT_EQ(2u, network->vswitch.size());
-  ns2__HostVirtualSwitch* vs0 = network->vswitch[0];
-  EXPECT_EQ("vSwitch0", vs0->name);
+  ns2__HostVirtualSwitch* vs0 = network->vswitch.at(0);
   EXPECT_EQ("key-vim.host.VirtualSwitch-vSwitch0", vs0->key);
   EXPECT_EQ(1500, value(vs0->mtu));
   auto* bond = dynamic_cast<ns2__HostVirtualSwitchBondBridge*>(vs0->spec->bridge);
   ASSERT_NE(nullptr, bond);
   EXPECT_EQ((std::vector<std::string>{"vmnic0", "vmnic2"}), bond->nicDevice);
-  EXPECT_EQ(SOAP_TYPE_ns2__HostVirtualSwitchSimpleBridge, network->vswitch[1]->spec->bridge->soap_type());
-
-  ASSERT_EQ(1u, network->proxySwitch.size());
-  ns2__HostProxySwitch* proxy = network->proxySwitch[0];
-  EXPECT_EQ("50 2b 1c 7e 6c 3a 4f 10-9d 8e 21 43 65 87 a9 cb", proxy->dvsUuid);
+  EXPECT_EQ(SOAP_TYPE_ns2__HostVirtualSwitchSimpleBridge, network->vswitch.at(1)->spec->bridge->soap_type());
+  ns2__HostProxySwitch* proxy = network->proxySwitch.at(0);
   EXPECT_EQ("DSwitch-Prod", proxy->dvsName);
   EXPECT_EQ(9000, value(proxy->mtu));
-  EXPECT_EQ("17", proxy->uplinkPort[1]->key);
-  EXPECT_EQ("dvUplink2", proxy->uplinkPort[1]->value);
+  EXPECT_EQ("17 dvUplink2", proxy->uplinkPort.at(1)->key + " " + proxy->uplinkPort.at(1)->value);
   auto* backing = dynamic_cast<ns2__DistributedVirtualSwitchHostMemberPnicBacking*>(proxy->spec->backing);
   ASSERT_NE(nullptr, backing);
-  ASSERT_EQ(1u, backing->pnicSpec.size());
-  EXPECT_EQ("vmnic1", backing->pnicSpec[0]->pnicDevice);
-  EXPECT_EQ("16", value(backing->pnicSpec[0]->uplinkPortKey));
-
-  ASSERT_EQ(2u, network->portgroup.size());
-  ns2__HostPortGroup* pg = network->portgroup[0];
-  EXPECT_EQ("key-vim.host.PortGroup-VM Network", value(pg->key));
+  EXPECT_EQ("vmnic1 16", backing->pnicSpec.at(0)->pnicDevice + " " + value(backing->pnicSpec.at(0)->uplinkPortKey));
+  ns2__HostPortGroup* pg = network->portgroup.at(0);
   EXPECT_EQ("key-vim.host.VirtualSwitch-vSwitch0", value(pg->vswitch));
-  EXPECT_EQ("VM Network", pg->spec->name);
   EXPECT_EQ(120, pg->spec->vlanId);
-
-  ASSERT_EQ(2u, network->pnic.size());
-  ns2__PhysicalNic* nic0 = network->pnic[0];
-  EXPECT_EQ("vmnic0", nic0->device);
-  EXPECT_EQ("0000:02:00.0", nic0->pci);
-  EXPECT_EQ("00:1b:21:aa:10:01", nic0->mac);
-  ASSERT_NE(nullptr, nic0->linkSpeed);
+  ns2__PhysicalNic* nic0 = network->pnic.at(0);
+  EXPECT_EQ("vmnic0 0000:02:00.0 00:1b:21:aa:10:01", nic0->device + " " + nic0->pci + " " + nic0->mac);
   EXPECT_EQ(10000, nic0->linkSpeed->speedMb);
-  EXPECT_TRUE(nic0->linkSpeed->duplex);
-  EXPECT_EQ(nullptr, network->pnic[1]->linkSpeed);
-
-  ASSERT_EQ(2u, network->vnic.size());
-  ns2__HostVirtualNic* vmk0 = network->vnic[0];
-  EXPECT_EQ("vmk0", vmk0->device);
-  EXPECT_EQ("key-vim.host.VirtualNic-vmk0", vmk0->key);
-  EXPECT_EQ("Management Network", vmk0->portgroup);
-  EXPECT_EQ("10.20.30.41", value(vmk0->spec->ip->ipAddress));
-  EXPECT_EQ("255.255.255.0", value(vmk0->spec->ip->subnetMask));
-  EXPECT_EQ("00:50:56:6a:11:22", value(vmk0->spec->mac));
-  EXPECT_EQ(1500, value(vmk0->spec->mtu));
+  EXPECT_EQ(nullptr, network->pnic.at(1)->linkSpeed);
+  ns2__HostVirtualNic* vmk0 = network->vnic.at(0);
+  EXPECT_EQ("10.20.30.41/255.255.255.0", value(vmk0->spec->ip->ipAddress) + "/" + value(vmk0->spec->ip->subnetMask));
   EXPECT_EQ(nullptr, vmk0->spec->distributedVirtualPort);
-  ns2__HostVirtualNicSpec* vmk1 = network->vnic[1]->spec;
-  ASSERT_NE(nullptr, vmk1->distributedVirtualPort);
-  EXPECT_EQ("dvportgroup-22", value(vmk1->distributedVirtualPort->portgroupKey));
-  EXPECT_EQ("34", value(vmk1->distributedVirtualPort->portKey));
-  EXPECT_EQ(9000, value(vmk1->mtu));
-}
-
-TEST_F(Vim25Reply, HostHardwareAndSimpleValues) {
-  ns2__UpdateSet* set = waitForUpdates("wait-for-updates-host.xml");
-  ASSERT_NE(nullptr, set);
-  ns2__ObjectUpdate* host = set->filterSet[0]->objectSet[0];
+  ns2__HostVirtualNicSpec* vmk1 = network->vnic.at(1)->spec;
+  EXPECT_EQ("dvportgroup-22 34", value(vmk1->distributedVirtualPort->portgroupKey) + " " +
+                                     value(vmk1->distributedVirtualPort->portKey));
 
   auto* hardware = as<ns2__HostHardwareInfo>(change(host, "hardware")->val);
   ASSERT_NE(nullptr, hardware);
-  EXPECT_EQ("Dell Inc.", hardware->systemInfo->vendor);
-  EXPECT_EQ("PowerEdge R740", hardware->systemInfo->model);
-  ASSERT_EQ(2u, hardware->systemInfo->otherIdentifyingInfo.size());
-  ns2__HostSystemIdentificationInfo* tag = hardware->systemInfo->otherIdentifyingInfo[1];
-  EXPECT_EQ("ServiceTag", tag->identifierType->key);
-  EXPECT_EQ("7B5RC22", tag->identifierValue);
-  EXPECT_EQ(2, hardware->cpuInfo->numCpuPackages);
+  EXPECT_EQ("Dell Inc. PowerEdge R740", hardware->systemInfo->vendor + " " + hardware->systemInfo->model);
+  EXPECT_EQ("7B5RC22", hardware->systemInfo->otherIdentifyingInfo.at(1)->identifierValue);
   EXPECT_EQ(32, hardware->cpuInfo->numCpuCores);
-  ASSERT_EQ(2u, hardware->cpuPkg.size());
-  EXPECT_EQ("Intel(R) Xeon(R) Gold 6140 CPU @ 2.30GHz", hardware->cpuPkg[0]->description);
-  ASSERT_EQ(2u, hardware->pciDevice.size());
-  EXPECT_EQ("0000:02:00.1", hardware->pciDevice[1]->id);
-  EXPECT_EQ("Intel Corporation", hardware->pciDevice[1]->vendorName);
-  EXPECT_EQ("Ethernet Controller 10G X550T", hardware->pciDevice[1]->deviceName);
-
-  auto* name = as<xsd__string>(change(host, "name")->val);
-  ASSERT_NE(nullptr, name);
-  EXPECT_EQ("esx-01.example.net", name->__item);
-  auto* networkSystem = as<ns2__ManagedObjectReference>(change(host, "configManager.networkSystem")->val);
-  ASSERT_NE(nullptr, networkSystem);
-  EXPECT_EQ("networkSystem-10", networkSystem->__item);
-  EXPECT_EQ("HostNetworkSystem", value(networkSystem->type));
+  EXPECT_EQ("Intel Corporation", hardware->pciDevice.at(1)->vendorName);
+  EXPECT_EQ("esx-01.example.net", as<xsd__string>(change(host, "name")->val)->__item);
   auto* parent = as<ns2__ManagedObjectReference>(change(host, "parent")->val);
-  ASSERT_NE(nullptr, parent);
-  EXPECT_EQ("ClusterComputeResource", value(parent->type));
-  EXPECT_EQ("domain-c8", parent->__item);
+  EXPECT_EQ("ClusterComputeResource domain-c8", value(parent->type) + " " + parent->__item);
 }
 
-TEST_F(Vim25Reply, VirtualMachineDevicesAndState) {
+TEST_F(Vim25Reply, VirtualMachinesAndPortGroups) {
   ns2__UpdateSet* set = waitForUpdates("wait-for-updates-vm.xml");
   ASSERT_NE(nullptr, set);
-  ASSERT_EQ(1u, set->filterSet.size());
-  const std::vector<ns2__ObjectUpdate*>& objects = set->filterSet[0]->objectSet;
+  const std::vector<ns2__ObjectUpdate*>& objects = set->filterSet.at(0)->objectSet;
   ASSERT_EQ(7u, objects.size());
   ns2__ObjectUpdate* vm = objects[4];
-  EXPECT_EQ("vm-42", vm->obj->__item);
-
   auto* hardware = as<ns2__VirtualHardware>(change(vm, "config.hardware")->val);
   ASSERT_NE(nullptr, hardware);
   // The PCI controller's own <device> children are not devices of the machine.
@@ -295,137 +230,63 @@ TEST_F(Vim25Reply, VirtualMachineDevicesAndState) {
     EXPECT_EQ(expected[i], hardware->device[i]->soap_type()) << i;
     if (auto* card = dynamic_cast<ns2__VirtualEthernetCard*>(hardware->device[i])) cards.push_back(card);
   }
-  ASSERT_EQ(7u, cards.size());
-  for (size_t i = 0; i < cards.size(); ++i) {
-    EXPECT_EQ(4000 + static_cast<int>(i), cards[i]->key);
+  for (size_t i = 0; i < cards.size(); ++i)
     EXPECT_EQ("00:50:56:9a:00:0" + std::to_string(i + 1), value(cards[i]->macAddress));
-    EXPECT_EQ("Network adapter " + std::to_string(i + 1), cards[i]->deviceInfo->label);
-  }
-
-  auto* network = dynamic_cast<ns2__VirtualEthernetCardNetworkBackingInfo*>(cards[0]->backing);
-  ASSERT_NE(nullptr, network);
-  EXPECT_EQ("VM Network", network->deviceName);
-  auto* dvPort = dynamic_cast<ns2__VirtualEthernetCardDistributedVirtualPortBackingInfo*>(cards[1]->backing);
+  auto* dvPort = dynamic_cast<ns2__VirtualEthernetCardDistributedVirtualPortBackingInfo*>(cards.at(1)->backing);
   ASSERT_NE(nullptr, dvPort);
-  EXPECT_EQ("50 2b 1c 7e 6c 3a 4f 10-9d 8e 21 43 65 87 a9 cb", dvPort->port->switchUuid);
-  EXPECT_EQ("dvportgroup-20", value(dvPort->port->portgroupKey));
-  EXPECT_EQ("17", value(dvPort->port->portKey));
-  auto* vrdmaPort = dynamic_cast<ns2__VirtualEthernetCardDistributedVirtualPortBackingInfo*>(cards[2]->backing);
-  ASSERT_NE(nullptr, vrdmaPort);
-  EXPECT_EQ(nullptr, vrdmaPort->port->portKey);
-  EXPECT_EQ(SOAP_TYPE_ns2__VirtualEthernetCardNetworkBackingInfo, cards[3]->backing->soap_type());
-  EXPECT_EQ(SOAP_TYPE_ns2__VirtualEthernetCardOpaqueNetworkBackingInfo, cards[4]->backing->soap_type());
-  EXPECT_EQ(nullptr, cards[5]->backing);
-  EXPECT_EQ(SOAP_TYPE_ns2__VirtualDeviceBackingInfo, hardware->device[9]->backing->soap_type());
-
-  EXPECT_EQ("web-01", as<xsd__string>(change(vm, "name")->val)->__item);
-  EXPECT_EQ("host-10", as<ns2__ManagedObjectReference>(change(vm, "runtime.host")->val)->__item);
-  auto* power = as<ns2__VirtualMachinePowerState_>(change(vm, "runtime.powerState")->val);
-  ASSERT_NE(nullptr, power);
-  EXPECT_EQ(1, power->__item);
+  EXPECT_EQ("dvportgroup-20 17", value(dvPort->port->portgroupKey) + " " + value(dvPort->port->portKey));
+  EXPECT_EQ(SOAP_TYPE_ns2__VirtualEthernetCardOpaqueNetworkBackingInfo, cards.at(4)->backing->soap_type());
+  EXPECT_EQ(nullptr, cards.at(5)->backing);
+  EXPECT_EQ(1, as<ns2__VirtualMachinePowerState_>(change(vm, "runtime.powerState")->val)->__item);
   EXPECT_NE(nullptr, as<ns2__FaultTolerancePrimaryConfigInfo>(change(vm, "config.ftInfo")->val));
-
-  ns2__ObjectUpdate* secondary = objects[5];
-  EXPECT_EQ(ns2__ObjectUpdateKind__modify, secondary->kind);
-  auto* ft = as<ns2__FaultToleranceConfigInfo>(change(secondary, "config.ftInfo")->val);
-  ASSERT_NE(nullptr, ft);
-  EXPECT_EQ(SOAP_TYPE_ns2__FaultToleranceSecondaryConfigInfo, ft->soap_type());
-  EXPECT_EQ(ns2__VirtualMachinePowerState__suspended,
-            as<ns2__VirtualMachinePowerState_>(change(secondary, "runtime.powerState")->val)->__item);
-  EXPECT_EQ(nullptr, change(secondary, "config.hardware")->val);
-
+  EXPECT_EQ(SOAP_TYPE_ns2__FaultToleranceSecondaryConfigInfo,
+            change(objects[5], "config.ftInfo")->val->soap_type());
+  EXPECT_EQ(nullptr, change(objects[5], "config.hardware")->val);
   EXPECT_EQ(ns2__ObjectUpdateKind__leave, objects[6]->kind);
-  EXPECT_EQ("vm-7", objects[6]->obj->__item);
-  EXPECT_TRUE(objects[6]->changeSet.empty());
-}
 
-TEST_F(Vim25Reply, PortGroupVlansAndSwitch) {
-  ns2__UpdateSet* set = waitForUpdates("wait-for-updates-vm.xml");
-  ASSERT_NE(nullptr, set);
-  const std::vector<ns2__ObjectUpdate*>& objects = set->filterSet[0]->objectSet;
-
-  EXPECT_EQ("DSwitch-Prod", as<xsd__string>(change(objects[0], "name")->val)->__item);
-  EXPECT_EQ("50 2b 1c 7e 6c 3a 4f 10-9d 8e 21 43 65 87 a9 cb", as<xsd__string>(change(objects[0], "uuid")->val)->__item);
-
-  auto* trunkPg = as<ns2__DVPortgroupConfigInfo>(change(objects[1], "config")->val);
-  ASSERT_NE(nullptr, trunkPg);
-  EXPECT_EQ("dvs-5", trunkPg->distributedVirtualSwitch->__item);
-  auto* setting = dynamic_cast<ns2__VMwareDVSPortSetting*>(trunkPg->defaultPortConfig);
-  ASSERT_NE(nullptr, setting);
-  EXPECT_FALSE(value(setting->blocked->value));
-  auto* trunk = dynamic_cast<ns2__VmwareDistributedVirtualSwitchTrunkVlanSpec*>(setting->vlan);
+  auto vlanOf = [&](size_t i) {
+    auto* pg = as<ns2__DVPortgroupConfigInfo>(change(objects[i], "config")->val);
+    return dynamic_cast<ns2__VMwareDVSPortSetting*>(pg->defaultPortConfig)->vlan;
+  };
+  auto* trunk = dynamic_cast<ns2__VmwareDistributedVirtualSwitchTrunkVlanSpec*>(vlanOf(1));
   ASSERT_NE(nullptr, trunk);
-  ASSERT_EQ(2u, trunk->vlanId.size());
-  EXPECT_EQ(0, trunk->vlanId[0]->start);
-  EXPECT_EQ(100, trunk->vlanId[0]->end);
-  EXPECT_EQ(200, trunk->vlanId[1]->start);
-  EXPECT_EQ(4094, trunk->vlanId[1]->end);
-
-  auto* accessPg = as<ns2__DVPortgroupConfigInfo>(change(objects[2], "config")->val);
-  auto* access = dynamic_cast<ns2__VmwareDistributedVirtualSwitchVlanIdSpec*>(
-      dynamic_cast<ns2__VMwareDVSPortSetting*>(accessPg->defaultPortConfig)->vlan);
-  ASSERT_NE(nullptr, access);
-  EXPECT_EQ(120, access->vlanId);
-
-  auto* privatePg = as<ns2__DVPortgroupConfigInfo>(change(objects[3], "config")->val);
-  EXPECT_EQ(SOAP_TYPE_ns2__VmwareDistributedVirtualSwitchPvlanSpec,
-            dynamic_cast<ns2__VMwareDVSPortSetting*>(privatePg->defaultPortConfig)->vlan->soap_type());
+  EXPECT_EQ(4094, trunk->vlanId.at(1)->end);
+  EXPECT_EQ(120, dynamic_cast<ns2__VmwareDistributedVirtualSwitchVlanIdSpec*>(vlanOf(2))->vlanId);
+  EXPECT_EQ(SOAP_TYPE_ns2__VmwareDistributedVirtualSwitchPvlanSpec, vlanOf(3)->soap_type());
 }
 
 TEST_F(Vim25Reply, EventPage) {
   reply(dataFile("check-for-updates-events.xml"));
   _ns2__CheckForUpdatesResponse response;
   ASSERT_EQ(SOAP_OK, soap_recv___ns2__CheckForUpdates(soap, response));
-  ASSERT_NE(nullptr, response.returnval);
-  ns2__ObjectUpdate* collector = response.returnval->filterSet[0]->objectSet[0];
-  EXPECT_EQ("EventHistoryCollector", value(collector->obj->type));
-  auto* page = as<ns2__ArrayOfEvent>(change(collector, "latestPage")->val);
+  auto* page = as<ns2__ArrayOfEvent>(change(response.returnval->filterSet[0]->objectSet[0], "latestPage")->val);
   ASSERT_NE(nullptr, page);
-
   const long expected[] = {SOAP_TYPE_ns2__VmBeingHotMigratedEvent, SOAP_TYPE_ns2__VmMigratedEvent,
                            SOAP_TYPE_ns2__DrsVmMigratedEvent,      SOAP_TYPE_ns2__VmFailedMigrateEvent,
                            SOAP_TYPE_ns2__DvsPortLinkUpEvent,      SOAP_TYPE_ns2__DvsPortLinkDownEvent,
                            SOAP_TYPE_ns2__DvsRenamedEvent,         SOAP_TYPE_ns2__DvsDestroyedEvent};
   ASSERT_EQ(std::size(expected), page->Event.size());
   for (size_t i = 0; i < page->Event.size(); ++i) EXPECT_EQ(expected[i], page->Event[i]->soap_type()) << i;
-
   auto* hot = static_cast<ns2__VmBeingHotMigratedEvent*>(page->Event[0]);
   EXPECT_EQ(1709634030, hot->createdTime);
-  EXPECT_EQ("esx-01.example.net", hot->host->name);
-  EXPECT_EQ("web-01", hot->vm->name);
-  EXPECT_EQ("vm-42", hot->vm->vm->__item);
-  ASSERT_NE(nullptr, hot->destHost);
-  EXPECT_EQ("esx-02.example.net", hot->destHost->name);
-  EXPECT_EQ("host-12", hot->destHost->host->__item);
-
-  EXPECT_EQ("esx-02.example.net", page->Event[1]->host->name);
+  EXPECT_EQ("vm-42 host-12", hot->vm->vm->__item + " " + hot->destHost->host->__item);
   // A DRS migration is a migration to whoever casts, not to a tag compare.
   EXPECT_NE(nullptr, dynamic_cast<ns2__VmMigratedEvent*>(page->Event[2]));
-  EXPECT_EQ("vm-60", page->Event[3]->vm->vm->__item);
-  EXPECT_EQ("17", static_cast<ns2__DvsPortLinkUpEvent*>(page->Event[4])->portKey);
   EXPECT_EQ("18", static_cast<ns2__DvsPortLinkDownEvent*>(page->Event[5])->portKey);
-  EXPECT_EQ(nullptr, page->Event[6]->vm);
 }
 
-TEST_F(Vim25Reply, DvPortsWithCounters) {
+TEST_F(Vim25Reply, DvPortsAndNetworkHints) {
   reply(dataFile("fetch-dvports.xml"));
-  _ns2__FetchDVPortsResponse response;
-  ASSERT_EQ(SOAP_OK, soap_recv___ns2__FetchDVPorts(soap, response));
-  ASSERT_EQ(3u, response.returnval.size());
-
-  ns2__DistributedVirtualPort* uplink = response.returnval[0];
-  EXPECT_EQ("16", uplink->key);
-  EXPECT_FALSE(value(uplink->config->setting->blocked->value));
-  EXPECT_EQ("host-10", uplink->proxyHost->__item);
-  EXPECT_EQ("host-10", uplink->connectee->connectedEntity->__item);
-  EXPECT_EQ("vmnic1", value(uplink->connectee->nicKey));
-  EXPECT_EQ("pnic", value(uplink->connectee->type));
-  EXPECT_TRUE(uplink->state->runtimeInfo->linkUp);
+  _ns2__FetchDVPortsResponse ports;
+  ASSERT_EQ(SOAP_OK, soap_recv___ns2__FetchDVPorts(soap, ports));
+  ASSERT_EQ(3u, ports.returnval.size());
+  ns2__DistributedVirtualPort* uplink = ports.returnval[0];
+  EXPECT_EQ("pnic vmnic1 host-10", value(uplink->connectee->type) + " " + value(uplink->connectee->nicKey) + " " +
+                                       uplink->connectee->connectedEntity->__item);
   EXPECT_EQ(9000, value(uplink->state->runtimeInfo->mtu));
   // Each counter has its own value in the reply, so a misnamed one shows;
   // bytesInUnicast needs all 64 bits.
   const ns2__DistributedVirtualSwitchPortStatistics* s = uplink->state->stats;
-  ASSERT_NE(nullptr, s);
   const LONG64 counters[] = {s->packetsInMulticast,  s->packetsOutMulticast, s->bytesInMulticast,
                              s->bytesOutMulticast,   s->packetsInUnicast,    s->packetsOutUnicast,
                              s->bytesInUnicast,      s->bytesOutUnicast,     s->packetsInBroadcast,
@@ -433,50 +294,23 @@ TEST_F(Vim25Reply, DvPortsWithCounters) {
                              s->packetsInDropped,    s->packetsOutDropped,   s->packetsInException,
                              s->packetsOutException};
   for (int i = 0; i < 16; ++i) EXPECT_EQ(i == 6 ? (LONG64{1} << 33) + 7 : i + 1, counters[i]) << i;
+  EXPECT_EQ(nullptr, ports.returnval[1]->state->runtimeInfo->mtu);
+  EXPECT_EQ(nullptr, ports.returnval[2]->connectee);
+  EXPECT_EQ(nullptr, ports.returnval[2]->config->setting->blocked);
 
-  ns2__DistributedVirtualPort* vmPort = response.returnval[1];
-  EXPECT_EQ("vmVnic", value(vmPort->connectee->type));
-  EXPECT_EQ("4001", value(vmPort->connectee->nicKey));
-  EXPECT_FALSE(vmPort->state->runtimeInfo->linkUp);
-  EXPECT_EQ(nullptr, vmPort->state->runtimeInfo->mtu);
-
-  ns2__DistributedVirtualPort* idle = response.returnval[2];
-  EXPECT_EQ(nullptr, idle->connectee);
-  EXPECT_EQ(nullptr, idle->state);
-  EXPECT_EQ(nullptr, idle->proxyHost);
-  EXPECT_EQ(nullptr, idle->config->setting->blocked);
-}
-
-TEST_F(Vim25Reply, NetworkHints) {
   reply(dataFile("query-network-hint.xml"));
-  _ns2__QueryNetworkHintResponse response;
-  ASSERT_EQ(SOAP_OK, soap_recv___ns2__QueryNetworkHint(soap, response));
-  ASSERT_EQ(3u, response.returnval.size());
-
-  ns2__PhysicalNicHintInfo* cdp = response.returnval[0];
-  EXPECT_EQ("vmnic0", cdp->device);
-  ASSERT_NE(nullptr, cdp->connectedSwitchPort);
-  EXPECT_EQ("00:1c:73:aa:bb:cc", value(cdp->connectedSwitchPort->devId));
-  EXPECT_EQ("Ethernet12", value(cdp->connectedSwitchPort->portId));
-  EXPECT_EQ("leaf-01", value(cdp->connectedSwitchPort->systemName));
-  EXPECT_EQ("10.1.1.2", value(cdp->connectedSwitchPort->mgmtAddr));
-  EXPECT_EQ(nullptr, cdp->lldpInfo);
-
-  ns2__PhysicalNicHintInfo* lldp = response.returnval[1];
-  EXPECT_EQ(nullptr, lldp->connectedSwitchPort);
-  ASSERT_NE(nullptr, lldp->lldpInfo);
-  EXPECT_EQ("00:1c:73:aa:bb:cc", lldp->lldpInfo->chassisId);
-  EXPECT_EQ("Ethernet13", lldp->lldpInfo->portId);
-  ASSERT_EQ(4u, lldp->lldpInfo->parameter.size());
-  EXPECT_EQ("System Name", lldp->lldpInfo->parameter[2]->key);
-  EXPECT_EQ("leaf-01", as<xsd__string>(lldp->lldpInfo->parameter[2]->value)->__item);
+  _ns2__QueryNetworkHintResponse hints;
+  ASSERT_EQ(SOAP_OK, soap_recv___ns2__QueryNetworkHint(soap, hints));
+  ASSERT_EQ(3u, hints.returnval.size());
+  const auto* cdp = hints.returnval[0]->connectedSwitchPort;
+  EXPECT_EQ("00:1c:73:aa:bb:cc Ethernet12 leaf-01 10.1.1.2",
+            value(cdp->devId) + " " + value(cdp->portId) + " " + value(cdp->systemName) + " " + value(cdp->mgmtAddr));
+  const auto* lldp = hints.returnval[1]->lldpInfo;
+  EXPECT_EQ("00:1c:73:aa:bb:cc Ethernet13", lldp->chassisId + " " + lldp->portId);
+  EXPECT_EQ("leaf-01", as<xsd__string>(lldp->parameter.at(2)->value)->__item);
   // A number is no string: it stays a bare value with its text.
-  xsd__anyType* ttl = lldp->lldpInfo->parameter[3]->value;
-  EXPECT_EQ(SOAP_TYPE_xsd__anyType, ttl->soap_type());
-  EXPECT_STREQ("120", ttl->__item);
-
-  EXPECT_EQ(nullptr, response.returnval[2]->connectedSwitchPort);
-  EXPECT_EQ(nullptr, response.returnval[2]->lldpInfo);
+  EXPECT_STREQ("120", lldp->parameter.at(3)->value->__item);
+  EXPECT_EQ(nullptr, hints.returnval[2]->lldpInfo);
 }
 
 TEST_F(Vim25Reply, NamespaceTableTakesOtherEnvelopeAndSchemaYears) {
@@ -486,10 +320,7 @@ TEST_F(Vim25Reply, NamespaceTableTakesOtherEnvelopeAndSchemaYears) {
 <changeSet><name>name</name><op>assign</op><val xsi:type="xsd:string">DC1</val></changeSet></objectSet></filterSet></returnval></CheckForUpdatesResponse></env:Body></env:Envelope>)");
   _ns2__CheckForUpdatesResponse response;
   ASSERT_EQ(SOAP_OK, soap_recv___ns2__CheckForUpdates(soap, response));
-  ASSERT_NE(nullptr, response.returnval);
-  auto* name = as<xsd__string>(change(response.returnval->filterSet[0]->objectSet[0], "name")->val);
-  ASSERT_NE(nullptr, name);
-  EXPECT_EQ("DC1", name->__item);
+  EXPECT_EQ("DC1", as<xsd__string>(change(response.returnval->filterSet[0]->objectSet[0], "name")->val)->__item);
 }
 
 TEST_F(Vim25Unknown, DevicesAndBackingsDegradeToTheirBase) {
@@ -591,8 +422,10 @@ TEST_F(Vim25Unknown, SwitchPartsAndElementsAreSkipped) {
   EXPECT_EQ(8u, kept);
 }
 
-TEST_F(Vim25Request, CreateFilter) {
-  bool no = false;
+// Each request in VMware's element names and order, and the values that
+// a server reads differently when they are missing.
+TEST_F(Vim25Request, ElementsInVmwaresOrder) {
+  bool no = false, yes = true;
   ns2__PropertySpec hostProps;
   hostProps.type = "HostSystem";
   hostProps.all = &no;
@@ -613,33 +446,25 @@ TEST_F(Vim25Request, CreateFilter) {
   ns2__PropertyFilterSpec spec;
   spec.propSet = {&hostProps};
   spec.objectSet = {&root};
-  ns2__CreateFilterRequestType request;
-  request._USCOREthis = ref("PropertyCollector", "propertyCollector");
-  request.spec = &spec;
-  request.partialUpdates = false;
-
-  std::string text = sent([&](const char* url) { return soap_send___ns2__CreateFilter(soap, url, nullptr, &request); });
-  EXPECT_NE(std::string::npos, text.find("POST /sdk HTTP/1.1\r\n"));
+  ns2__CreateFilterRequestType filter;
+  filter._USCOREthis = ref("PropertyCollector", "propertyCollector");
+  filter.spec = &spec;
+  filter.partialUpdates = false;
+  std::string text = sent([&](const char* url) { return soap_send___ns2__CreateFilter(soap, url, nullptr, &filter); });
   EXPECT_NE(std::string::npos, text.find("SOAPAction: \"urn:vim25/5.5\""));
   EXPECT_EQ((std::vector<std::string>{"ns2:CreateFilter", "ns2:_this", "ns2:spec", "ns2:propSet", "ns2:type",
                                       "ns2:all", "ns2:pathSet", "ns2:pathSet", "ns2:objectSet", "ns2:obj",
                                       "ns2:skip", "ns2:selectSet", "ns2:name", "ns2:type", "ns2:path", "ns2:skip",
                                       "ns2:selectSet", "ns2:name", "ns2:partialUpdates"}),
             sentBodyTags(text));
-  EXPECT_NE(std::string::npos, text.find("type=\"PropertyCollector\">propertyCollector</ns2:_this>"));
   // The server learns the traversal's class from xsi:type; a bare selection
   // by name carries none.
   EXPECT_NE(std::string::npos, text.find("<ns2:selectSet xsi:type=\"ns2:TraversalSpec\"><ns2:name>folderTravSpec"));
   EXPECT_NE(std::string::npos, text.find("<ns2:selectSet><ns2:name>dcHostTravSpec</ns2:name></ns2:selectSet>"));
-  EXPECT_NE(std::string::npos, text.find("<ns2:all>false</ns2:all>"));
-  EXPECT_NE(std::string::npos, text.find("<ns2:partialUpdates>false</ns2:partialUpdates>"));
-}
 
-TEST_F(Vim25Request, ReconfigureDvPort) {
   ns2__BoolPolicy blocked;
   blocked.inherited = false;
-  bool block = true;
-  blocked.value = &block;
+  blocked.value = &yes;
   ns2__DVPortSetting setting;
   setting.blocked = &blocked;
   std::string key = "17";
@@ -647,41 +472,36 @@ TEST_F(Vim25Request, ReconfigureDvPort) {
   port.operation = "edit";
   port.key = &key;
   port.setting = &setting;
-  ns2__ReconfigureDVPortRequestType request;
-  request._USCOREthis = ref("VmwareDistributedVirtualSwitch", "dvs-5");
-  request.port = {&port};
-
-  std::string text = sent(
-      [&](const char* url) { return soap_send___ns2__ReconfigureDVPort_USCORETask(soap, url, nullptr, &request); });
+  ns2__ReconfigureDVPortRequestType reconfigure;
+  reconfigure._USCOREthis = ref("VmwareDistributedVirtualSwitch", "dvs-5");
+  reconfigure.port = {&port};
+  text = sent([&](const char* url) {
+    return soap_send___ns2__ReconfigureDVPort_USCORETask(soap, url, nullptr, &reconfigure);
+  });
   EXPECT_EQ((std::vector<std::string>{"ns2:ReconfigureDVPort_Task", "ns2:_this", "ns2:port", "ns2:operation",
                                       "ns2:key", "ns2:setting", "ns2:blocked", "ns2:inherited", "ns2:value"}),
             sentBodyTags(text));
-  EXPECT_NE(std::string::npos, text.find("<ns2:operation>edit</ns2:operation><ns2:key>17</ns2:key>"));
-  EXPECT_NE(std::string::npos, text.find("<ns2:inherited>false</ns2:inherited><ns2:value>true</ns2:value>"));
-}
 
-TEST_F(Vim25Request, CreateCollectorForEvents) {
   ns2__EventFilterSpecByEntity byEntity;
   byEntity.entity = ref("Folder", "group-d1");
   byEntity.recursion = ns2__EventFilterSpecRecursionOption__self;
   time_t begin = 1709634030;
   ns2__EventFilterSpecByTime byTime;
   byTime.beginTime = &begin;
-  ns2__EventFilterSpec filter;
-  filter.entity = &byEntity;
-  filter.time = &byTime;
-  filter.type = {"VmMigratedEvent", "VmBeingHotMigratedEvent", "VmFailedMigrateEvent"};
-  ns2__CreateCollectorForEventsRequestType request;
-  request._USCOREthis = ref("EventManager", "EventManager");
-  request.filter = &filter;
-
-  std::string text = sent(
-      [&](const char* url) { return soap_send___ns2__CreateCollectorForEvents(soap, url, nullptr, &request); });
+  ns2__EventFilterSpec events;
+  events.entity = &byEntity;
+  events.time = &byTime;
+  events.type = {"VmMigratedEvent", "VmBeingHotMigratedEvent"};
+  ns2__CreateCollectorForEventsRequestType collector;
+  collector._USCOREthis = ref("EventManager", "EventManager");
+  collector.filter = &events;
+  text = sent([&](const char* url) {
+    return soap_send___ns2__CreateCollectorForEvents(soap, url, nullptr, &collector);
+  });
   EXPECT_EQ((std::vector<std::string>{"ns2:CreateCollectorForEvents", "ns2:_this", "ns2:filter", "ns2:entity",
                                       "ns2:entity", "ns2:recursion", "ns2:time", "ns2:beginTime", "ns2:type",
-                                      "ns2:type", "ns2:type"}),
+                                      "ns2:type"}),
             sentBodyTags(text));
-  EXPECT_NE(std::string::npos, text.find("<ns2:recursion>self</ns2:recursion>"));
   EXPECT_NE(std::string::npos, text.find("<ns2:beginTime>2024-03-05T10:20:30Z</ns2:beginTime>"));
 }
 
