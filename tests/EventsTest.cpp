@@ -69,23 +69,6 @@ class Events : public UpdateRecords {
   Logs logs;
 };
 
-TEST_F(Events, Migrations) {
-  vm->vmotionFailedIs(true);
-  collector(event<ns2__VmBeingHotMigratedEvent>());
-  EXPECT_EQ(migration(), "1|0|host-12");
-  collector(event<ns2__VmMigratedEvent>());
-  EXPECT_EQ(migration(), "0|0|host-12");
-  EXPECT_EQ(logs, (Logs{started, ended}));
-
-  collector(event<ns2__VmBeingHotMigratedEvent>());
-  collector(event<ns2__DrsVmMigratedEvent>());
-  EXPECT_EQ(migration(), "0|0|host-12");
-  collector(event<ns2__VmBeingHotMigratedEvent>());
-  collector(event<ns2__VmFailedMigrateEvent>());
-  EXPECT_EQ(migration(), "0|1|");
-  EXPECT_EQ(logs, (Logs{started, ended, started, ended, started}));
-}
-
 TEST_F(Events, PagesAreWalkedFromLastToFirst) {
   collector(page({event<ns2__VmMigratedEvent>(), event<ns2__VmBeingHotMigratedEvent>()}));
   EXPECT_EQ(migration(), "0|0|host-12");

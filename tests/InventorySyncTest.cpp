@@ -10,7 +10,6 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
-#include <cstdlib>
 #include <sstream>
 #include <thread>
 
@@ -499,26 +498,6 @@ TEST_F(InventorySync, PortsToShutDownAreBlockedBeforeTheNextWait) {
   ASSERT_TRUE(drained());
   EXPECT_TRUE(blocked(keys[2]));
   stopWaiting(s);
-}
-
-// 200 hosts and 5,000 machines: the first set is taken in whole. Opt-in,
-// as it takes a while: HARBEC_SCALE_TEST=1.
-TEST(InventorySyncScale, TwoHundredHostsFiveThousandMachines) {
-  if (!std::getenv("HARBEC_SCALE_TEST")) GTEST_SKIP() << "set HARBEC_SCALE_TEST=1 to run";
-  vcsim::Simulator sim(kUser, kPassword, {"-standalone-host", "0", "-cluster", "4", "-host", "50", "-vm", "25"});
-  Session s("UpdateThread", sim.url);
-  s.connect();
-  s.serve(checkForUpdatesRequestFactory("updates"));
-  const Lines want = peer::values(sim.call("GET", "/inventory/facts"), "fact");
-  Lines sorted = want;
-  std::sort(sorted.begin(), sorted.end());
-  const Lines have = locked([&] { return treeFacts(s.vi); });
-  EXPECT_TRUE(have == sorted) << difference(sorted, have);
-  locked([&] {
-    EXPECT_EQ(s.vi->esxHosts(), 200u);
-    EXPECT_EQ(s.vi->vms(), 5200u);
-    return 0;
-  });
 }
 
 }  // namespace

@@ -21,47 +21,6 @@ struct ViListener : VI::Notifiee {
 
 }  // namespace
 
-TEST(Inventory, AttributeIdsFollowDeclarationOrder) {
-  EXPECT_EQ(VI::connectedAttrId, 258u);
-  EXPECT_EQ(VI::esxHostAttrId, 267u);
-  EXPECT_EQ(VI::responsesWithCallbackAttrId, 278u);
-  EXPECT_EQ(EsxHost::pnicIdAttrId, 274u);
-  EXPECT_EQ(Pnic::linkStatusAttrId, 280u);
-  EXPECT_EQ(IntfToEsxMap::nwInfoReqCntAttrId, 265u);
-  EXPECT_EQ(Vm::vnicAttrId, 266u);
-  EXPECT_EQ(Vnic::vnicTypeAttrId, 273u);
-  EXPECT_EQ(PortGroup::activeAttrId, 266u);
-  EXPECT_EQ(DVS::dvsNameAttrId, 259u);
-  auto vi = vIFactory("vi");
-  EXPECT_EQ(vi->attributeString(VI::shutDownPortsAttrId), "shutDownPorts");
-  EXPECT_EQ(vi->attributeString(Kel::Entity::isNondestructingAttrId), "isNondestructing");
-  EXPECT_EQ(vi->attributeString(279), "unknown");
-}
-
-TEST(Inventory, DefaultsOfNewEntities) {
-  auto pg = portGroupFactory("pg");
-  EXPECT_EQ(pg->sVlanId(), 0u);
-  EXPECT_EQ(pg->eVlanId(), 4094u);
-  auto nic = vnicFactory("4000");
-  EXPECT_EQ(nic->operStatus(), 1u);
-  EXPECT_EQ(nic->linkStatus(), 0u);
-  EXPECT_EQ(nic->vnicType(), virtualMachineNic);
-  EXPECT_EQ(nic->stats(), Interface::IntfStatistics());
-  auto pnic = pnicFactory("vmnic0", 3);
-  EXPECT_EQ(pnic->pnicId(), 3);
-  EXPECT_EQ(pnic->operStatus(), 1u);
-  EXPECT_EQ(pnic->linkStatus(), 0u);
-  auto host = esxHostFactory("host-1", 7u);
-  EXPECT_EQ(host->hostId(), 7u);
-  EXPECT_EQ(host->pnicId(), 1u);
-  EXPECT_FALSE(host->vm());
-  auto vm = vmFactory("vm-1");
-  vm->ftStatusIs(FTStatus(2));
-  std::ostringstream os;
-  os << vm->ftStatus();
-  EXPECT_EQ(os.str(), "ftStandby");
-}
-
 TEST(Inventory, EsxHostReinstantiation) {
   auto vi = vIFactory("vi");
   ViListener l;

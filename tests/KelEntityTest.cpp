@@ -238,22 +238,6 @@ TEST(EntityKeyed, ChildOutlivingItsParentHasNoParent) {
   EXPECT_EQ(a->parentAttr(), "");
 }
 
-TEST(EntityAttributeIds, DepthAndPlaceMakeTheId) {
-  EXPECT_EQ(Kel::Entity::zeroReferencesAttrId, 5u);
-  EXPECT_EQ(Kel::Entity::isNondestructingAttrId, 6u);
-  EXPECT_EQ(Node::countAttrId, 258u);
-  EXPECT_EQ(Node::childAttrId, 261u);
-  EXPECT_EQ(SubNode::depthAttrId, 386u);
-  EXPECT_EQ(SubNode::shadeAttrId, 387u);
-  EXPECT_EQ(SubSubNode::grainAttrId, 514u);
-  auto s = subSubNodeFactory("s");
-  const std::vector<std::pair<Kel::AttributeId, const char*>> names = {
-      {258, "count"}, {387, "shade"}, {514, "grain"}, {5, "zeroReferences"},
-      {6, "isNondestructing"}, {262, "unknown"}, {388, "unknown"}, {515, "unknown"}};
-  for (const auto& [id, name] : names) EXPECT_EQ(s->attributeString(id), name) << id;
-  EXPECT_EQ(nodeFactory("n")->attributeString(386), "unknown");
-}
-
 TEST(EntityAttributeIds, ListenerOfABaseHearsOnlyTheBaseAttributes) {
   Journal j;
   auto s = subSubNodeFactory("s");

@@ -461,28 +461,6 @@ TEST_F(VsTree, OlderScopeWithNoClustersLosesThemAll) {
   EXPECT_EQ(vs->networkScope("s")->clusters(), 0u);
 }
 
-TEST_F(VsTree, TracesTellEachOutcomeInOrder) {
-  const Handler h = &VmwareVsSm::processMulticastAddressRangeRequest;
-  apply(h, "<m><multicastRange><id>a</id><revision>1</revision></multicastRange>"
-           "<multicastRange><id>b</id><revision>1</revision></multicastRange>"
-           "<multicastRange><id>d</id></multicastRange></m>");
-  std::stringstream traces;
-  Kel::coverageStream_ = &traces;
-  apply(h, "<m><multicastRange><id>c</id></multicastRange>"
-           "<multicastRange><id>b</id><revision>2</revision><begin>239.1.0.0</begin></multicastRange>"
-           "<multicastRange><id>a</id><revision>1</revision><begin>239.9.0.0</begin></multicastRange></m>");
-  Kel::coverageStream_ = nullptr;
-  size_t at = 0;
-  for (const char* line : {"Deleting multicast range: d\n", "Mcast range a is up to date.\n",
-                           "Updating Mcast range: b\n", "Adding new Mcast range: c\n"}) {
-    size_t found = traces.str().find(line, at);
-    EXPECT_NE(found, std::string::npos) << line;
-    at = found;
-  }
-  EXPECT_EQ(vs->multicastAddrRange("a")->begin().value(), 0u);
-  EXPECT_EQ(vs->multicastAddrRange("b")->begin().stringValue(), "239.1.0.0");
-}
-
 TEST(VsRestStatus, AResultMustBeForTheEndpointLastSent) {
   RestStatus::Ptr rest = restStatusFactory("rest");
   updateRestStatusSent(rest, "api/a");
