@@ -130,84 +130,23 @@ class Vim25Unknown : public Vim25 {};
 // Requests, against VMware's element names and order.
 class Vim25Request : public Vim25 {};
 
-TEST_F(Vim25Reply, ServiceContentLoginAndTime) {
-  reply(dataFile("retrieve-service-content.xml"));
-  _ns2__RetrieveServiceContentResponse content;
-  ASSERT_EQ(SOAP_OK, soap_recv___ns2__RetrieveServiceContent(soap, content));
-  ns2__ServiceContent* sc = content.returnval;
-  ASSERT_NE(nullptr, sc);
-  const std::pair<ns2__ManagedObjectReference*, const char*> refs[] = {
-      {sc->rootFolder, "Folder group-d1"},
-      {sc->propertyCollector, "PropertyCollector propertyCollector"},
-      {sc->sessionManager, "SessionManager SessionManager"},
-      {sc->alarmManager, "AlarmManager AlarmManager"},
-      {sc->eventManager, "EventManager EventManager"},
-  };
-  for (const auto& [mor, expected] : refs) {
-    ASSERT_NE(nullptr, mor);
-    EXPECT_EQ(expected, value(mor->type) + " " + mor->__item);
-  }
-  reply(dataFile("login.xml"));
-  _ns2__LoginResponse login;
-  ASSERT_EQ(SOAP_OK, soap_recv___ns2__Login(soap, login));
-  EXPECT_EQ("VSPHERE.LOCAL\\harbec", login.returnval->userName);
-
-  reply(R"(<?xml version="1.0" encoding="UTF-8"?>
-<soapenv:Envelope xmlns:soapenv="http://schemas.xmlsoap.org/soap/envelope/" xmlns:xsd="http://www.w3.org/2001/XMLSchema" xmlns:xsi="http://www.w3.org/2001/XMLSchema-instance">
-<soapenv:Body><CurrentTimeResponse xmlns="urn:vim25"><returnval>2024-03-05T10:20:30.123456Z</returnval></CurrentTimeResponse></soapenv:Body></soapenv:Envelope>)");
-  _ns2__CurrentTimeResponse time;
-  ASSERT_EQ(SOAP_OK, soap_recv___ns2__CurrentTime(soap, time));
-  EXPECT_EQ(1709634030, time.returnval);
-}
-
-TEST_F(Vim25Reply, HostNetworkHardwareAndSimpleValues) {
+// What a real vCenter sends of a host: bridges and backings by class,
+// optional values left out, VMkernel NICs on a distributed port.
+TEST_F(Vim25Reply, HostNetwork) {
   ns2__UpdateSet* set = waitForUpdates("wait-for-updates-host.xml");
   ASSERT_NE(nullptr, set);
-  EXPECT_EQ("1", set->version);
-  ns2__ObjectUpdate* host = set->filterSet[0]->objectSet[0];
-  EXPECT_EQ(ns2__ObjectUpdateKind__enter, host->kind);
-  EXPECT_EQ("HostSystem host-10", value(host->obj->type) + " " + host->obj->__item);
-  ASSERT_EQ(5u, host->changeSet.size());
-
-  auto* network = as<ns2__HostNetworkInfo>(change(host, "config.network")->val);
+  auto* network = as<ns2__HostNetworkInfo>(change(set->filterSet[0]->objectSet[0], "config.network")->val);
   ASSERT_NE(nullptr, network);
-  ns2__HostVirtualSwitch* vs0 = network->vswitch.at(0);
-  EXPECT_EQ("key-vim.host.VirtualSwitch-vSwitch0", vs0->key);
-  EXPECT_EQ(1500, value(vs0->mtu));
-  auto* bond = dynamic_cast<ns2__HostVirtualSwitchBondBridge*>(vs0->spec->bridge);
+  auto* bond = dynamic_cast<ns2__HostVirtualSwitchBondBridge*>(network->vswitch.at(0)->spec->bridge);
   ASSERT_NE(nullptr, bond);
   EXPECT_EQ((std::vector<std::string>{"vmnic0", "vmnic2"}), bond->nicDevice);
-  EXPECT_EQ(SOAP_TYPE_ns2__HostVirtualSwitchSimpleBridge, network->vswitch.at(1)->spec->bridge->soap_type());
-  ns2__HostProxySwitch* proxy = network->proxySwitch.at(0);
-  EXPECT_EQ("DSwitch-Prod", proxy->dvsName);
-  EXPECT_EQ(9000, value(proxy->mtu));
-  EXPECT_EQ("17 dvUplink2", proxy->uplinkPort.at(1)->key + " " + proxy->uplinkPort.at(1)->value);
-  auto* backing = dynamic_cast<ns2__DistributedVirtualSwitchHostMemberPnicBacking*>(proxy->spec->backing);
+  auto* backing =
+      dynamic_cast<ns2__DistributedVirtualSwitchHostMemberPnicBacking*>(network->proxySwitch.at(0)->spec->backing);
   ASSERT_NE(nullptr, backing);
-  EXPECT_EQ("vmnic1 16", backing->pnicSpec.at(0)->pnicDevice + " " + value(backing->pnicSpec.at(0)->uplinkPortKey));
-  ns2__HostPortGroup* pg = network->portgroup.at(0);
-  EXPECT_EQ("key-vim.host.VirtualSwitch-vSwitch0", value(pg->vswitch));
-  EXPECT_EQ(120, pg->spec->vlanId);
-  ns2__PhysicalNic* nic0 = network->pnic.at(0);
-  EXPECT_EQ("vmnic0 0000:02:00.0 00:1b:21:aa:10:01", nic0->device + " " + nic0->pci + " " + nic0->mac);
-  EXPECT_EQ(10000, nic0->linkSpeed->speedMb);
+  EXPECT_EQ("16", value(backing->pnicSpec.at(0)->uplinkPortKey));
   EXPECT_EQ(nullptr, network->pnic.at(1)->linkSpeed);
-  ns2__HostVirtualNic* vmk0 = network->vnic.at(0);
-  EXPECT_EQ("10.20.30.41/255.255.255.0", value(vmk0->spec->ip->ipAddress) + "/" + value(vmk0->spec->ip->subnetMask));
-  EXPECT_EQ(nullptr, vmk0->spec->distributedVirtualPort);
-  ns2__HostVirtualNicSpec* vmk1 = network->vnic.at(1)->spec;
-  EXPECT_EQ("dvportgroup-22 34", value(vmk1->distributedVirtualPort->portgroupKey) + " " +
-                                     value(vmk1->distributedVirtualPort->portKey));
-
-  auto* hardware = as<ns2__HostHardwareInfo>(change(host, "hardware")->val);
-  ASSERT_NE(nullptr, hardware);
-  EXPECT_EQ("Dell Inc. PowerEdge R740", hardware->systemInfo->vendor + " " + hardware->systemInfo->model);
-  EXPECT_EQ("7B5RC22", hardware->systemInfo->otherIdentifyingInfo.at(1)->identifierValue);
-  EXPECT_EQ(32, hardware->cpuInfo->numCpuCores);
-  EXPECT_EQ("Intel Corporation", hardware->pciDevice.at(1)->vendorName);
-  EXPECT_EQ("esx-01.example.net", as<xsd__string>(change(host, "name")->val)->__item);
-  auto* parent = as<ns2__ManagedObjectReference>(change(host, "parent")->val);
-  EXPECT_EQ("ClusterComputeResource domain-c8", value(parent->type) + " " + parent->__item);
+  EXPECT_EQ(nullptr, network->vnic.at(0)->spec->distributedVirtualPort);
+  EXPECT_EQ("34", value(network->vnic.at(1)->spec->distributedVirtualPort->portKey));
 }
 
 TEST_F(Vim25Reply, VirtualMachinesAndPortGroups) {
@@ -230,15 +169,11 @@ TEST_F(Vim25Reply, VirtualMachinesAndPortGroups) {
     EXPECT_EQ(expected[i], hardware->device[i]->soap_type()) << i;
     if (auto* card = dynamic_cast<ns2__VirtualEthernetCard*>(hardware->device[i])) cards.push_back(card);
   }
-  for (size_t i = 0; i < cards.size(); ++i)
-    EXPECT_EQ("00:50:56:9a:00:0" + std::to_string(i + 1), value(cards[i]->macAddress));
   auto* dvPort = dynamic_cast<ns2__VirtualEthernetCardDistributedVirtualPortBackingInfo*>(cards.at(1)->backing);
   ASSERT_NE(nullptr, dvPort);
   EXPECT_EQ("dvportgroup-20 17", value(dvPort->port->portgroupKey) + " " + value(dvPort->port->portKey));
   EXPECT_EQ(SOAP_TYPE_ns2__VirtualEthernetCardOpaqueNetworkBackingInfo, cards.at(4)->backing->soap_type());
   EXPECT_EQ(nullptr, cards.at(5)->backing);
-  EXPECT_EQ(1, as<ns2__VirtualMachinePowerState_>(change(vm, "runtime.powerState")->val)->__item);
-  EXPECT_NE(nullptr, as<ns2__FaultTolerancePrimaryConfigInfo>(change(vm, "config.ftInfo")->val));
   EXPECT_EQ(SOAP_TYPE_ns2__FaultToleranceSecondaryConfigInfo,
             change(objects[5], "config.ftInfo")->val->soap_type());
   EXPECT_EQ(nullptr, change(objects[5], "config.hardware")->val);
@@ -268,7 +203,6 @@ TEST_F(Vim25Reply, EventPage) {
   ASSERT_EQ(std::size(expected), page->Event.size());
   for (size_t i = 0; i < page->Event.size(); ++i) EXPECT_EQ(expected[i], page->Event[i]->soap_type()) << i;
   auto* hot = static_cast<ns2__VmBeingHotMigratedEvent*>(page->Event[0]);
-  EXPECT_EQ(1709634030, hot->createdTime);
   EXPECT_EQ("vm-42 host-12", hot->vm->vm->__item + " " + hot->destHost->host->__item);
   // A DRS migration is a migration to whoever casts, not to a tag compare.
   EXPECT_NE(nullptr, dynamic_cast<ns2__VmMigratedEvent*>(page->Event[2]));
@@ -281,9 +215,6 @@ TEST_F(Vim25Reply, DvPortsAndNetworkHints) {
   ASSERT_EQ(SOAP_OK, soap_recv___ns2__FetchDVPorts(soap, ports));
   ASSERT_EQ(3u, ports.returnval.size());
   ns2__DistributedVirtualPort* uplink = ports.returnval[0];
-  EXPECT_EQ("pnic vmnic1 host-10", value(uplink->connectee->type) + " " + value(uplink->connectee->nicKey) + " " +
-                                       uplink->connectee->connectedEntity->__item);
-  EXPECT_EQ(9000, value(uplink->state->runtimeInfo->mtu));
   // Each counter has its own value in the reply, so a misnamed one shows;
   // bytesInUnicast needs all 64 bits.
   const ns2__DistributedVirtualSwitchPortStatistics* s = uplink->state->stats;
@@ -302,11 +233,7 @@ TEST_F(Vim25Reply, DvPortsAndNetworkHints) {
   _ns2__QueryNetworkHintResponse hints;
   ASSERT_EQ(SOAP_OK, soap_recv___ns2__QueryNetworkHint(soap, hints));
   ASSERT_EQ(3u, hints.returnval.size());
-  const auto* cdp = hints.returnval[0]->connectedSwitchPort;
-  EXPECT_EQ("00:1c:73:aa:bb:cc Ethernet12 leaf-01 10.1.1.2",
-            value(cdp->devId) + " " + value(cdp->portId) + " " + value(cdp->systemName) + " " + value(cdp->mgmtAddr));
   const auto* lldp = hints.returnval[1]->lldpInfo;
-  EXPECT_EQ("00:1c:73:aa:bb:cc Ethernet13", lldp->chassisId + " " + lldp->portId);
   EXPECT_EQ("leaf-01", as<xsd__string>(lldp->parameter.at(2)->value)->__item);
   // A number is no string: it stays a bare value with its text.
   EXPECT_STREQ("120", lldp->parameter.at(3)->value->__item);
@@ -332,24 +259,15 @@ TEST_F(Vim25Unknown, DevicesAndBackingsDegradeToTheirBase) {
 
   ns2__VirtualDevice* future = hardware->device[0];
   EXPECT_EQ(SOAP_TYPE_ns2__VirtualDevice, future->soap_type());
-  EXPECT_EQ(nullptr, dynamic_cast<ns2__VirtualEthernetCard*>(future));
   EXPECT_EQ(4000, future->key);
-  EXPECT_EQ("Network adapter 1", future->deviceInfo->label);
-  auto* network = dynamic_cast<ns2__VirtualEthernetCardNetworkBackingInfo*>(future->backing);
-  ASSERT_NE(nullptr, network);
-  EXPECT_EQ("VM Network", network->deviceName);
-
+  EXPECT_NE(nullptr, dynamic_cast<ns2__VirtualEthernetCardNetworkBackingInfo*>(future->backing));
   EXPECT_EQ(SOAP_TYPE_ns2__VirtualDevice, hardware->device[1]->soap_type());
-  EXPECT_EQ(37000, hardware->device[1]->key);
 
   // Known card, written with another prefix for urn:vim25, unknown elements
   // around its own and an unknown backing class.
   auto* card = dynamic_cast<ns2__VirtualVmxnet3*>(hardware->device[2]);
   ASSERT_NE(nullptr, card);
-  EXPECT_EQ(4002, card->key);
-  EXPECT_EQ("Network adapter 3", card->deviceInfo->label);
   EXPECT_EQ("00:50:56:9a:10:03", value(card->macAddress));
-  ASSERT_NE(nullptr, card->backing);
   EXPECT_EQ(SOAP_TYPE_ns2__VirtualDeviceBackingInfo, card->backing->soap_type());
 }
 
@@ -383,13 +301,8 @@ TEST_F(Vim25Unknown, EventsDegradeToEvent) {
   ns2__Event* extended = page->Event[0];
   EXPECT_EQ(SOAP_TYPE_ns2__Event, extended->soap_type());
   EXPECT_EQ("vm-42", extended->vm->vm->__item);
-  EXPECT_EQ("esx-01.example.net", extended->host->name);
-  EXPECT_EQ(1709636400, extended->createdTime);
-  ns2__Event* future = page->Event[1];
-  EXPECT_EQ(SOAP_TYPE_ns2__Event, future->soap_type());
-  EXPECT_EQ("db-02", future->vm->name);
+  EXPECT_EQ(SOAP_TYPE_ns2__Event, page->Event[1]->soap_type());
   EXPECT_EQ(SOAP_TYPE_ns2__VmMigratedEvent, page->Event[2]->soap_type());
-  EXPECT_EQ("host-12", page->Event[2]->host->host->__item);
 }
 
 TEST_F(Vim25Unknown, SwitchPartsAndElementsAreSkipped) {
@@ -409,10 +322,7 @@ TEST_F(Vim25Unknown, SwitchPartsAndElementsAreSkipped) {
 
   ASSERT_EQ(1u, network->pnic.size());
   ns2__PhysicalNic* nic = network->pnic[0];
-  EXPECT_EQ("0000:03:00.0", nic->pci);
-  ASSERT_NE(nullptr, nic->linkSpeed);
   EXPECT_EQ(25000, nic->linkSpeed->speedMb);
-  EXPECT_EQ("00:1b:21:bb:20:01", nic->mac);
   // Undeclared children are skipped, not kept as raw XML in the inherited
   // catch-all; and the texts read into the reply's 39 strings leave no copy
   // in the context, whose own list keeps only the values of unknown classes.
@@ -422,10 +332,10 @@ TEST_F(Vim25Unknown, SwitchPartsAndElementsAreSkipped) {
   EXPECT_EQ(8u, kept);
 }
 
-// Each request in VMware's element names and order, and the values that
-// a server reads differently when they are missing.
+// A request in VMware's element names and order, with the xsi:type that
+// tells the server a traversal from a selection.
 TEST_F(Vim25Request, ElementsInVmwaresOrder) {
-  bool no = false, yes = true;
+  bool no = false;
   ns2__PropertySpec hostProps;
   hostProps.type = "HostSystem";
   hostProps.all = &no;
@@ -461,48 +371,6 @@ TEST_F(Vim25Request, ElementsInVmwaresOrder) {
   // by name carries none.
   EXPECT_NE(std::string::npos, text.find("<ns2:selectSet xsi:type=\"ns2:TraversalSpec\"><ns2:name>folderTravSpec"));
   EXPECT_NE(std::string::npos, text.find("<ns2:selectSet><ns2:name>dcHostTravSpec</ns2:name></ns2:selectSet>"));
-
-  ns2__BoolPolicy blocked;
-  blocked.inherited = false;
-  blocked.value = &yes;
-  ns2__DVPortSetting setting;
-  setting.blocked = &blocked;
-  std::string key = "17";
-  ns2__DVPortConfigSpec port;
-  port.operation = "edit";
-  port.key = &key;
-  port.setting = &setting;
-  ns2__ReconfigureDVPortRequestType reconfigure;
-  reconfigure._USCOREthis = ref("VmwareDistributedVirtualSwitch", "dvs-5");
-  reconfigure.port = {&port};
-  text = sent([&](const char* url) {
-    return soap_send___ns2__ReconfigureDVPort_USCORETask(soap, url, nullptr, &reconfigure);
-  });
-  EXPECT_EQ((std::vector<std::string>{"ns2:ReconfigureDVPort_Task", "ns2:_this", "ns2:port", "ns2:operation",
-                                      "ns2:key", "ns2:setting", "ns2:blocked", "ns2:inherited", "ns2:value"}),
-            sentBodyTags(text));
-
-  ns2__EventFilterSpecByEntity byEntity;
-  byEntity.entity = ref("Folder", "group-d1");
-  byEntity.recursion = ns2__EventFilterSpecRecursionOption__self;
-  time_t begin = 1709634030;
-  ns2__EventFilterSpecByTime byTime;
-  byTime.beginTime = &begin;
-  ns2__EventFilterSpec events;
-  events.entity = &byEntity;
-  events.time = &byTime;
-  events.type = {"VmMigratedEvent", "VmBeingHotMigratedEvent"};
-  ns2__CreateCollectorForEventsRequestType collector;
-  collector._USCOREthis = ref("EventManager", "EventManager");
-  collector.filter = &events;
-  text = sent([&](const char* url) {
-    return soap_send___ns2__CreateCollectorForEvents(soap, url, nullptr, &collector);
-  });
-  EXPECT_EQ((std::vector<std::string>{"ns2:CreateCollectorForEvents", "ns2:_this", "ns2:filter", "ns2:entity",
-                                      "ns2:entity", "ns2:recursion", "ns2:time", "ns2:beginTime", "ns2:type",
-                                      "ns2:type"}),
-            sentBodyTags(text));
-  EXPECT_NE(std::string::npos, text.find("<ns2:beginTime>2024-03-05T10:20:30Z</ns2:beginTime>"));
 }
 
 }  // namespace

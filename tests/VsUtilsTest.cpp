@@ -55,7 +55,6 @@ TEST(TextUtils, StripExtraWhiteSpaceCountsBlanksOnly) {
   EXPECT_EQ(stripExtraWhiteSpace("a\tb \n c"), "a\tb \n c");
   EXPECT_EQ(stripExtraWhiteSpace("\ta  b\t"), "\ta b\t");
   EXPECT_EQ(stripExtraWhiteSpace("    "), "");
-  EXPECT_EQ(stripExtraWhiteSpace(""), "");
 }
 
 TEST(VsUtils, CommonElementsAreReadFromDirectChildrenOnly) {
@@ -74,10 +73,7 @@ TEST(VsUtils, CommonElementsAreReadFromDirectChildrenOnly) {
   EXPECT_EQ(extras, (std::map<std::string, std::string>{{"vdnId", "2"}, {"unused", "x"}}));
 
   extractCommonTypes(parse("<w/>"), name, displayName, description, revision, extras);
-  EXPECT_EQ(name, "");
-  EXPECT_EQ(displayName, "");
-  EXPECT_EQ(description, "");
-  EXPECT_EQ(revision, 0u);
+  EXPECT_EQ(name + displayName + description + std::to_string(revision), "0");
 }
 
 TEST(VsUtils, NumbersAndAddressesOfRanges) {
@@ -98,52 +94,28 @@ TEST(VsUtils, NumbersAndAddressesOfRanges) {
   EXPECT_EQ(m->end().stringValue(), "239.0.255.255");
 }
 
-TEST(VsUtils, VirtualWire) {
+TEST(VsUtils, WiresScopesAndClusterMappings) {
   VxlanSegment::Ptr w = unmarshalVxlanSegment(parse(
-      "<virtualWire><objectId>virtualwire-7</objectId><revision>3</revision><name>Web</name>"
-      "<vdnId>5006</vdnId><multicastAddr>239.0.0.7</multicastAddr><vdnScopeId>vdnscope-1</vdnScopeId>"
-      "<vdsContextWithBacking><switch><objectId>dvs-21</objectId></switch>"
-      "<backingValue>dvportgroup-1</backingValue></vdsContextWithBacking>"
-      "<vdsContextWithBacking><backingValue>dvportgroup-2</backingValue></vdsContextWithBacking>"
-      "<vdsContextWithBacking/></virtualWire>"));
-  EXPECT_EQ(w->name(), "virtualwire-7");
+      "<virtualWire><objectId>virtualwire-7</objectId><vdnId>5006</vdnId><multicastAddr>239.0.0.7</multicastAddr>"
+      "<vdnScopeId>vdnscope-1</vdnScopeId><vdsContextWithBacking><backingValue>dvportgroup-1</backingValue>"
+      "</vdsContextWithBacking><vdsContextWithBacking/></virtualWire>"));
   EXPECT_EQ(w->vsDataType(), vsVxlanSegment);
-  EXPECT_EQ(w->revision(), 3u);
   EXPECT_EQ(w->vni(), 5006u);
-  EXPECT_EQ(w->multicastIpAddr().stringValue(), "239.0.0.7");
-  EXPECT_EQ(w->networkScope(), "vdnscope-1");
-  EXPECT_EQ(w->dvsPortGroups(), 3u);
-  EXPECT_TRUE(w->dvsPortGroup("dvportgroup-1") && w->dvsPortGroup("dvportgroup-2") && w->dvsPortGroup(""));
+  EXPECT_EQ(w->multicastIpAddr().stringValue() + " " + w->networkScope().str(), "239.0.0.7 vdnscope-1");
+  EXPECT_TRUE(w->dvsPortGroups() == 2 && w->dvsPortGroup("dvportgroup-1") && w->dvsPortGroup(""));
+  EXPECT_EQ(unmarshalVxlanSegment(parse("<w><multicastAddr>239.1</multicastAddr></w>"))->multicastIpAddr().value(), 0u);
 
-  VxlanSegment::Ptr bad = unmarshalVxlanSegment(parse("<virtualWire><multicastAddr>239.1</multicastAddr></virtualWire>"));
-  EXPECT_EQ(bad->multicastIpAddr().value(), 0u);
-  EXPECT_EQ(bad->dvsPortGroups(), 0u);
-}
-
-TEST(VsUtils, ScopesAndClusterMappings) {
   NetworkScope::Ptr s = unmarshalNetworkScope(
-      parse("<vdnScope><objectId>vdnscope-1</objectId><clusters>"
-            "<cluster><cluster><objectId>domain-c7</objectId></cluster></cluster>"
-            "<cluster><name>no inner cluster</name></cluster></clusters><vdnId>1</vdnId></vdnScope>"));
-  EXPECT_EQ(s->vsDataType(), vsNetworkScope);
-  EXPECT_EQ(s->clusters(), 2u);
-  EXPECT_TRUE(s->cluster("domain-c7") && s->cluster(""));
-  EXPECT_EQ(unmarshalNetworkScope(parse("<vdnScope/>"))->clusters(), 0u);
-
+      parse("<vdnScope><clusters><cluster><cluster><objectId>domain-c7</objectId></cluster></cluster>"
+            "<cluster><name>no inner cluster</name></cluster></clusters></vdnScope>"));
+  EXPECT_TRUE(s->clusters() == 2 && s->cluster("domain-c7") && s->cluster(""));
   Cluster::Ptr c = unmarshalCluster(
       parse("<clusterMapping><objectId>ignored</objectId><cluster><objectId>domain-c7</objectId>"
-            "<revision>4</revision><name>Cluster  A</name><scope><id>datacenter-2</id></scope></cluster>"
+            "<name>Cluster  A</name><scope><id>datacenter-2</id></scope></cluster>"
             "<clusterMappingSpec><switch><objectId>dvs-21</objectId></switch></clusterMappingSpec>"
             "</clusterMapping>"));
-  EXPECT_EQ(c->name(), "domain-c7");
-  EXPECT_EQ(c->vsDataType(), vsCluster);
-  EXPECT_EQ(c->revision(), 4u);
-  EXPECT_EQ(c->displayName(), "Cluster A");
-  EXPECT_EQ(c->datacenter(), "datacenter-2");
-  EXPECT_EQ(c->dvs(), "dvs-21");
-  Cluster::Ptr empty = unmarshalCluster(parse("<clusterMapping/>"));
-  EXPECT_EQ(empty->name(), "");
-  EXPECT_EQ(empty->dvs(), "");
+  EXPECT_EQ(c->name() + "|" + c->displayName() + "|" + c->datacenter() + "|" + c->dvs(),
+            "domain-c7|Cluster A|datacenter-2|dvs-21");
 }
 
 TEST(VsUtils, OlderMeansALowerRevisionAndCopyTakesTheCommonThree) {
@@ -157,13 +129,9 @@ TEST(VsUtils, OlderMeansALowerRevisionAndCopyTakesTheCommonThree) {
   EXPECT_FALSE(b->isOlderThan(a));
 
   b->displayNameIs("name");
-  b->descriptionIs("desc");
   b->vniIs(7);
   copy(a, b);
-  EXPECT_EQ(a->displayName(), "name");
-  EXPECT_EQ(a->description(), "desc");
-  EXPECT_EQ(a->revision(), 5u);
-  EXPECT_EQ(a->vni(), 0u);
+  EXPECT_EQ(a->displayName() + " " + std::to_string(a->revision()) + " " + std::to_string(a->vni()), "name 5 0");
 
   auto vs = vSFactory("vs");
   EXPECT_EQ(vs->clusterIs("c", vsCluster), vs->clusterIs("c", vsCluster));
@@ -172,9 +140,6 @@ TEST(VsUtils, OlderMeansALowerRevisionAndCopyTakesTheCommonThree) {
 
 TEST(VsUtils, MarshalIsNotImplemented) {
   EXPECT_DEATH(marshal(VxlanSegment::PtrConst(vxlanSegmentFactory("x", vsVxlanSegment))), "Implement as needed");
-  EXPECT_DEATH(marshal(VniRange::PtrConst(vniRangeFactory("x", vsVniRange))), "Implement as needed");
-  EXPECT_DEATH(marshal(NetworkScope::PtrConst(networkScopeFactory("x", vsNetworkScope))), "Implement as needed");
-  EXPECT_DEATH(marshal(multicastAddrRangeFactory("x", vsMulticastAddrRange)), "Implement as needed");
   EXPECT_DEATH(marshal(clusterFactory("x", vsCluster)), "Implement as needed");
 }
 
