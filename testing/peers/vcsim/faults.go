@@ -13,7 +13,28 @@ const (
 	faultSOAP = "fault" // a SOAP fault reply with the given fault string
 	faultDrop = "drop"  // the connection is closed without a reply
 	faultHang = "hang"  // no reply until the rule is cleared or the server stops
+
+	// The real reply, spoilt on its way out.
+	faultDropMid  = "dropMidReply" // status, headers and half the body, then the connection closes
+	faultTrickle  = "trickle"      // sent at bytesPerSecond (default 1)
+	faultTruncate = "truncate"     // cut at half, with a Content-Length that says so
+	faultCorrupt  = "corrupt"      // a closing tag in the middle mangled
+	faultHuge     = "huge"         // blanks inside the body up to bytes (default 100 MB), streamed
+
+	// Replies of their own.
+	faultWrongShape = "wrongShape" // well-formed SOAP whose body holds an element nobody asked for
+	faultStatus     = "status"     // an HTTP status with a page of HTML, as a proxy in front would send
+	faultReplace    = "replace"    // status 200 with the given SOAP body
 )
+
+// spoilsReply tells the kinds that take the real reply and change it.
+func spoilsReply(kind string) bool {
+	switch kind {
+	case faultDropMid, faultTrickle, faultTruncate, faultCorrupt, faultHuge:
+		return true
+	}
+	return false
+}
 
 // FaultRule is one injected fault, as the control interface takes and shows it.
 type FaultRule struct {
@@ -31,6 +52,11 @@ type FaultRule struct {
 
 	// For "drop": reset the TCP connection instead of closing it.
 	Reset bool `json:"reset,omitempty"`
+
+	BytesPerSecond int    `json:"bytesPerSecond,omitempty"` // "trickle"
+	Bytes          int64  `json:"bytes,omitempty"`          // "huge"
+	Status         int    `json:"status,omitempty"`         // "status"
+	Body           string `json:"body,omitempty"`           // "replace": the inside of soapenv:Body
 
 	// Count is the number of calls the rule hits before it retires itself;
 	// 0 keeps it until it is cleared. After is the number of matching calls
@@ -83,9 +109,21 @@ func (t *faultTable) add(rule FaultRule) (FaultRule, error) {
 		if _, err := faultFor(&rule); err != nil {
 			return rule, err
 		}
-	case faultDrop, faultHang:
+	case faultDrop, faultHang, faultDropMid, faultTruncate, faultCorrupt, faultWrongShape, faultReplace:
+	case faultTrickle:
+		if rule.BytesPerSecond <= 0 {
+			rule.BytesPerSecond = 1
+		}
+	case faultHuge:
+		if rule.Bytes <= 0 {
+			rule.Bytes = 100 << 20
+		}
+	case faultStatus:
+		if rule.Status < 100 || rule.Status > 999 {
+			return rule, fmt.Errorf("a status fault needs a status between 100 and 999")
+		}
 	default:
-		return rule, fmt.Errorf("unknown fault kind %q: use fault, drop or hang", rule.Kind)
+		return rule, fmt.Errorf("unknown fault kind %q", rule.Kind)
 	}
 	if rule.Count < 0 || rule.After < 0 {
 		return rule, fmt.Errorf("count and after must not be negative")

@@ -145,6 +145,19 @@ func (s *Simulator) serveSOAP(w http.ResponseWriter, r *http.Request) {
 	call := s.calls.add(name, this, sess.User)
 
 	if rule, ok := s.faults.match(name, this.Value); ok {
+		if s.replyOf(w, call, rule) {
+			return
+		}
+		if spoilsReply(rule.Kind) {
+			real, rec := w, &recorder{header: make(http.Header)}
+			w = rec
+			defer func() {
+				if rec.code == 0 {
+					rec.code = http.StatusOK
+				}
+				s.deliver(real, rec, rule)
+			}()
+		}
 		switch rule.Kind {
 		case faultSOAP:
 			detail, _ := faultFor(rule)
@@ -286,22 +299,32 @@ func xmlUnescape(s string) string {
 // dropConnection closes the client's connection without a reply. With reset
 // the peer sees a TCP reset, otherwise an end of file without a TLS close.
 func dropConnection(w http.ResponseWriter, reset bool) {
+	_, raw := hijack(w)
+	if raw == nil {
+		return
+	}
+	if tcp, ok := raw.(*net.TCPConn); ok && reset {
+		_ = tcp.SetLinger(0)
+	}
+	_ = raw.Close()
+}
+
+// hijack takes the client's connection over: the connection as the reply
+// would be written to it (TLS), and the socket beneath.
+func hijack(w http.ResponseWriter) (net.Conn, net.Conn) {
 	hj, ok := w.(http.Hijacker)
 	if !ok {
 		panic(http.ErrAbortHandler)
 	}
 	conn, _, err := hj.Hijack()
 	if err != nil {
-		panic(http.ErrAbortHandler)
+		return nil, nil
 	}
 	raw := conn
 	if tc, ok := conn.(interface{ NetConn() net.Conn }); ok {
 		raw = tc.NetConn()
 	}
-	if tcp, ok := raw.(*net.TCPConn); ok && reset {
-		_ = tcp.SetLinger(0)
-	}
-	_ = raw.Close()
+	return conn, raw
 }
 
 func notAuthenticated(this types.ManagedObjectReference) *soap.Fault {

@@ -6,6 +6,7 @@ import (
 	"context"
 	"crypto/tls"
 	"encoding/json"
+	"encoding/xml"
 	"fmt"
 	"io"
 	"net/http"
@@ -1629,6 +1630,66 @@ func TestFaultInjection(t *testing.T) {
 			t.Fatal("the call stayed held after the rule was cleared")
 		}
 	})
+}
+
+// Replies spoilt or replaced on command, as a raw client sees them: the
+// status, how much of the body came, whether it parses, and how long it took.
+func TestSpoiltReplies(t *testing.T) {
+	reset(t)
+	cookie := rawLogin(t)
+	currentTime := `<?xml version="1.0" encoding="UTF-8"?><SOAP-ENV:Envelope xmlns:SOAP-ENV="http://schemas.xmlsoap.org/soap/envelope/" xmlns:ns2="urn:vim25"><SOAP-ENV:Body>` +
+		`<ns2:CurrentTime><ns2:_this type="ServiceInstance">ServiceInstance</ns2:_this></ns2:CurrentTime></SOAP-ENV:Body></SOAP-ENV:Envelope>`
+	_, whole := rawSOAP(t, currentTime, cookie)
+	cases := []struct {
+		rule     map[string]interface{}
+		status   int
+		parses   bool
+		contains string
+		bytes    func(n int) bool
+		slow     bool
+	}{
+		{map[string]interface{}{"kind": "truncate"}, 200, false, "", func(n int) bool { return n == len(whole)/2 }, false},
+		{map[string]interface{}{"kind": "corrupt"}, 200, false, "<#", func(n int) bool { return n == len(whole) }, false},
+		{map[string]interface{}{"kind": "wrongShape"}, 200, true, "UnexpectedResponse", nil, false},
+		{map[string]interface{}{"kind": "replace", "body": "<CurrentTimeResponse xmlns=\"urn:vim25\"/>"}, 200, true, `xmlns="urn:vim25"/>`, nil, false},
+		{map[string]interface{}{"kind": "status", "status": 503}, 503, true, "Service Unavailable", nil, false},
+		{map[string]interface{}{"kind": "huge", "bytes": 3 << 20}, 200, true, "returnval", func(n int) bool { return n == len(whole)+3<<20 }, false},
+		{map[string]interface{}{"kind": "trickle", "bytesPerSecond": 200}, 200, true, "returnval", func(n int) bool { return n == len(whole) }, true},
+	}
+	for _, c := range cases {
+		c.rule["method"] = "CurrentTime"
+		mustCtl(t, "POST", "/faults", c.rule, nil)
+		start := time.Now()
+		res, body := rawSOAP(t, currentTime, cookie)
+		took := time.Since(start)
+		name := c.rule["kind"]
+		if res.StatusCode != c.status || !strings.Contains(body, c.contains) {
+			t.Errorf("%v: status %d body %.200q", name, res.StatusCode, body)
+		}
+		if c.bytes != nil && !c.bytes(len(body)) {
+			t.Errorf("%v: %d bytes, whole reply %d", name, len(body), len(whole))
+		}
+		if parses := xml.Unmarshal([]byte(body), new(struct{})) == nil; parses != c.parses {
+			t.Errorf("%v: parses %v", name, parses)
+		}
+		if c.slow != (took > time.Duration(len(whole))*time.Second/400) {
+			t.Errorf("%v: took %v", name, took)
+		}
+	}
+
+	// Half the reply, then the connection closes: the client sees an error.
+	mustCtl(t, "POST", "/faults", map[string]interface{}{"method": "CurrentTime", "kind": "dropMidReply"}, nil)
+	client := &http.Client{Transport: &http.Transport{TLSClientConfig: &tls.Config{InsecureSkipVerify: true}}}
+	req, _ := http.NewRequest("POST", sim.url, strings.NewReader(currentTime))
+	req.AddCookie(cookie)
+	res, err := client.Do(req)
+	if err == nil {
+		b, readErr := io.ReadAll(res.Body)
+		res.Body.Close()
+		if readErr == nil || len(b) != len(whole)/2 {
+			t.Errorf("dropMidReply: read %d bytes, error %v", len(b), readErr)
+		}
+	}
 }
 
 // ---- pieces without the server ----
