@@ -39,6 +39,14 @@ class Simulator {
                 "{\"method\":\"" + method + "\",\"kind\":\"" + kind + "\",\"faultString\":\"" + faultString +
                     "\",\"count\":" + std::to_string(count) + "}");
   }
+  // Any fault rule: `kind` and the rule's other fields as JSON members
+  // (R"("bytesPerSecond":1)"), for the next `count` calls (0: until reset).
+  std::string spoil(const std::string& method, const std::string& kind, const std::string& fields = "",
+                    int count = 1) {
+    return call("POST", "/faults",
+                "{\"method\":\"" + method + "\",\"kind\":\"" + kind + "\",\"count\":" + std::to_string(count) +
+                    (fields.empty() ? "" : "," + fields) + "}");
+  }
   // Faults, calls, records and options back to their start; the inventory stays.
   void reset() { call("POST", "/reset"); }
 
