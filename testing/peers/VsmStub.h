@@ -18,13 +18,23 @@ class Stub {
   peer::Process process_;
 
  public:
-  Stub() : process_(peer::binary("vsmstub"), {"-stdin=watch"}, {"VSM_URL", "VSM_CONTROL"}) {
+  // With tls, the manager port serves HTTPS with a fresh self-signed
+  // certificate, as real managers do.
+  explicit Stub(bool tls = false)
+      : process_(peer::binary("vsmstub"), tls ? std::vector<std::string>{"-stdin=watch", "-tls"}
+                                               : std::vector<std::string>{"-stdin=watch"},
+                 {"VSM_URL", "VSM_CONTROL"}) {
     url = process_.printed("VSM_URL");
     control = process_.printed("VSM_CONTROL");
   }
 
   // POSTs one answer object or an array of them; returns the reply.
   std::string answer(const std::string& json) { return call("POST", "/answers", json); }
+  // The answer for one path: the answer object's other members as JSON
+  // (R"("status":503)", R"("hang":true)").
+  std::string serve(const std::string& path, const std::string& fields) {
+    return answer("{\"path\":\"" + path + "\"," + fields + "}");
+  }
   std::string call(const std::string& method, const std::string& target, const std::string& body = "") {
     std::string reply;
     int status = http(control, method, target, body, &reply);

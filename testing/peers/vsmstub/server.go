@@ -48,6 +48,7 @@ type AnswerConfig struct {
 
 	Hang            bool   `json:"hang"`            // accept, never answer until the answer is cleared
 	StallAfterBytes *int64 `json:"stallAfterBytes"` // send headers and this many body bytes, then stall
+	CloseAfterBytes *int64 `json:"closeAfterBytes"` // send headers and this many body bytes, then close
 	Drop            bool   `json:"drop"`            // close the connection without any answer
 	DelayMs         int    `json:"delayMs"`         // wait before answering
 
@@ -152,7 +153,7 @@ func prepare(cfg AnswerConfig) (*answer, error) {
 	if cfg.ChunkSize < 0 || cfg.ChunkDelayMs < 0 || cfg.DelayMs < 0 || cfg.Times < 0 || cfg.PadTo < 0 {
 		return nil, fmt.Errorf("chunkSize, chunkDelayMs, delayMs, times and padTo must not be negative")
 	}
-	if cfg.StallAfterBytes != nil && *cfg.StallAfterBytes < 0 {
+	if cfg.StallAfterBytes != nil && *cfg.StallAfterBytes < 0 || cfg.CloseAfterBytes != nil && *cfg.CloseAfterBytes < 0 {
 		return nil, fmt.Errorf("stallAfterBytes must not be negative")
 	}
 	if cfg.Hang && cfg.StallAfterBytes != nil || cfg.Drop && (cfg.Hang || cfg.StallAfterBytes != nil) {
@@ -598,8 +599,10 @@ func (s *Stub) write(w http.ResponseWriter, r *http.Request, e *LogEntry, a *ans
 		s.update(e, func(e *LogEntry) { e.BytesSent = sent })
 	}
 	limit := a.totalLen()
-	if sp.StallAfterBytes != nil && *sp.StallAfterBytes < limit {
-		limit = *sp.StallAfterBytes
+	for _, cut := range []*int64{sp.StallAfterBytes, sp.CloseAfterBytes} {
+		if cut != nil && *cut < limit {
+			limit = *cut
+		}
 	}
 	piece := sp.ChunkSize
 	if piece <= 0 {
@@ -628,6 +631,13 @@ func (s *Stub) write(w http.ResponseWriter, r *http.Request, e *LogEntry, a *ans
 				panic(http.ErrAbortHandler)
 			}
 		}
+	}
+	if sp.CloseAfterBytes != nil {
+		if flusher != nil {
+			flusher.Flush()
+		}
+		s.update(e, func(e *LogEntry) { e.Outcome = "aborted" })
+		panic(http.ErrAbortHandler)
 	}
 	if sp.StallAfterBytes != nil {
 		if flusher != nil {
