@@ -1,5 +1,7 @@
 #include "messaging/WebServiceThread.h"
 
+#include <signal.h>
+
 #include <cerrno>
 
 #include "Kel/Assert.h"
@@ -162,6 +164,13 @@ bool WebServiceThread::doShutdown() {
 
 void* consumer(void* webServiceThread) {
   HARBEC_TRACE_ENTRY();
+  // A peer that closes its end while a request is written to it must not
+  // end whatever process links the library: on this thread the write
+  // fails with EPIPE instead.
+  sigset_t pipe;
+  sigemptyset(&pipe);
+  sigaddset(&pipe, SIGPIPE);
+  pthread_sigmask(SIG_BLOCK, &pipe, nullptr);
   WebServiceThread* self = static_cast<WebServiceThread*>(webServiceThread);
   for (;;) {
     HARBEC_TRACE(9, "Consumer thread " << pthread_self() << " waiting.");

@@ -8,6 +8,7 @@
 
 #include "Kel/Assert.h"
 #include "messaging/HarbecTrace.h"
+#include "vshield/HttpLimits.h"
 #include "vshield/VsLog.h"
 
 namespace Harbec {
@@ -42,6 +43,11 @@ size_t populateMemoryCallback(void* ptr, size_t size, size_t nmemb, void* userda
   HARBEC_TRACE_ENTRY();
   size_t n = size * nmemb;
   MemoryBuffer* mem = static_cast<MemoryBuffer*>(userdata);
+  // Anything but n ends the transfer.
+  if (mem->cap && mem->size + n > mem->cap) {
+    mem->failure = "reply larger than " + std::to_string(mem->cap) + " bytes";
+    return 0;
+  }
   mem->incrSize(n);
   std::memcpy(mem->buffer + mem->prevSize, ptr, n);
   mem->buffer[mem->size] = 0;
@@ -76,6 +82,7 @@ long httpGetRequest(VmwareVsSm::Ptr sm, const Kel::String8& endpoint, MemoryBuff
   KEL_ASSERT(result == CURLE_OK && "Set CURLOPT_WRITEDATA failed");
   result = curl_easy_setopt(curl, CURLOPT_WRITEFUNCTION, populateMemoryCallback);
   KEL_ASSERT(result == CURLE_OK && "Set CURLOPT_WRITEFUNCTION failed");
+  applyLimits(curl, *config, buffer);
 
   CURLcode performed = curl_easy_perform(curl);
   HARBEC_TRACE(6, "curl_easy_perform result: " << performed);
@@ -83,6 +90,7 @@ long httpGetRequest(VmwareVsSm::Ptr sm, const Kel::String8& endpoint, MemoryBuff
     // No answer at all: seen in traces, RestStatus and the session state only.
     HARBEC_TRACE(0, "curl_easy_perform failed:\n" << curl_easy_strerror(performed));
     HARBEC_TRACE(0, "Endpoint: " << address);
+    if (buffer.failure.empty()) buffer.failure = transferFailure(curl, performed, *config);
     curl_easy_cleanup(curl);
     return 400;
   }
@@ -94,6 +102,7 @@ long httpGetRequest(VmwareVsSm::Ptr sm, const Kel::String8& endpoint, MemoryBuff
   curl_easy_getinfo(curl, CURLINFO_RESPONSE_CODE, &code);
   if (code != 200) {
     HARBEC_TRACE(0, "HTTP Error code: " << code);
+    buffer.failure = httpStatusLine(code);
     switch (code) {
       case 400:
         Kel::log(VMWAREVS_CONNECTION_FAILED);

@@ -25,6 +25,11 @@ class MemoryBuffer {
   size_t size;      // bytes held, without the terminator
   size_t prevSize;  // size before the last growth: where the newest chunk goes
 
+  // Beside the three: a cap on the reply that the callback keeps (0: none),
+  // and what went wrong with the exchange, on one line for an operator.
+  size_t cap = 0;
+  std::string failure;
+
  private:
   friend size_t populateMemoryCallback(void* ptr, size_t size, size_t nmemb, void* userdata);
   void incrSize(size_t n);

@@ -226,6 +226,36 @@ void reconcile(const pugi::xml_document& doc, const VS::Ptr& vs) {
 
 }  // namespace
 
+namespace {
+
+// A reply without any record of its kind is an empty list all the same;
+// what it held instead is worth a word when it is not the empty list.
+template <class Kind>
+std::string unexpectedShape(const pugi::xml_document& doc) {
+  pugi::xml_node root = doc.document_element();
+  pugi::xml_node list = Kind::path ? root.child(Kind::path) : root;
+  if (list.child(Kind::element)) return "";
+  if (Kind::path && !list)
+    return std::string("no <") + Kind::path + "> in <" + root.name() + ">: taken as an empty list";
+  pugi::xml_node other = list.find_child([](pugi::xml_node n) { return n.type() == pugi::node_element; });
+  if (!other) return "";
+  return std::string("no <") + Kind::element + "> but <" + other.name() + "> in <" + list.name() +
+         ">: taken as an empty list";
+}
+
+}  // namespace
+
+std::string unexpectedShape(const pugi::xml_document& doc, VsDataType type) {
+  switch (type) {
+    case vsVxlanSegment: return unexpectedShape<VxlanSegmentKind>(doc);
+    case vsNetworkScope: return unexpectedShape<NetworkScopeKind>(doc);
+    case vsCluster: return unexpectedShape<ClusterKind>(doc);
+    case vsMulticastAddrRange: return unexpectedShape<MulticastAddrRangeKind>(doc);
+    case vsVniRange: return unexpectedShape<VniRangeKind>(doc);
+    default: return "";
+  }
+}
+
 void VmwareVsSm::processVxlanSegmentRequest(const pugi::xml_document& doc) {
   HARBEC_TRACE_ENTRY();
   reconcile<VxlanSegmentKind>(doc, vs_);

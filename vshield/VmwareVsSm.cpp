@@ -69,6 +69,7 @@ void VmwareVsSm::processRestRequest(const RestRequest::PtrConst& restRequest) {
   if (code != 200) {
     updateSessionStatusAndLog(sessionStatus(), sessionDisconnected);
     updateRestStatusResult(restStatus(), endpoint, code);
+    updateRestStatusWords(restStatus(), buffer.failure, "");
     return;
   }
 
@@ -81,6 +82,10 @@ void VmwareVsSm::processRestRequest(const RestRequest::PtrConst& restRequest) {
     // 500 stands for a reply that can't be used.
     updateRestStatusResult(restStatus(), endpoint, 500);
     Kel::log(VMWAREVS_REST_FAULT, endpoint);
+    updateRestStatusWords(restStatus(),
+                          "HTTP 200, but the reply is not XML: " + std::string(parsed.description()) + " at byte " +
+                              std::to_string(parsed.offset) + " of " + std::to_string(buffer.size),
+                          "");
     return;
   }
 
@@ -95,6 +100,8 @@ void VmwareVsSm::processRestRequest(const RestRequest::PtrConst& restRequest) {
   }
   // Counted only once the handler has returned.
   updateRestStatusResult(restStatus(), endpoint, 200);
+  if (restRequest->vsDataType() != vsHeartBeat)
+    updateRestStatusWords(restStatus(), "", unexpectedShape(doc, restRequest->vsDataType()));
 }
 
 void VmwareVsSm::processHeartBeatRequest(const pugi::xml_document& doc) {
@@ -117,6 +124,12 @@ void updateRestStatusSent(RestStatus::Ptr status, const Kel::String8& endpoint) 
   Kel::LockAnchor anchor(Kel::ActivityLockAnchor::lock());
   status->lastMsgSentIs(endpoint);
   status->lastMsgSentTimeIs(Kel::now());
+}
+
+void updateRestStatusWords(RestStatus::Ptr status, const std::string& failure, const std::string& warning) {
+  Kel::LockAnchor anchor(Kel::ActivityLockAnchor::lock());
+  if (failure.size()) status->lastFailureDetailIs(failure);
+  status->lastReplyWarningIs(warning);
 }
 
 void updateRestStatusResult(RestStatus::Ptr status, const Kel::String8& endpoint, long httpCode) {

@@ -74,6 +74,13 @@ void updateSessionStatusAndLog(SessionStatus::Ptr status, SessionState newState)
 void updateRestStatusSent(RestStatus::Ptr status, const Kel::String8& endpoint);
 // Counts the outcome of the exchange last sent; 200 is a success.
 void updateRestStatusResult(RestStatus::Ptr status, const Kel::String8& endpoint, long httpCode);
+// Beside the counts: what went wrong, or looked wrong in a reply that was
+// taken, on one line for an operator; "" when nothing did.
+void updateRestStatusWords(RestStatus::Ptr status, const std::string& failure, const std::string& warning);
+
+// What a well-formed data reply held instead of records of its kind, when
+// it held something else; "" for records or an empty list.
+std::string unexpectedShape(const pugi::xml_document& doc, VsDataType type);
 
 std::ostream& operator<<(std::ostream& os, const VmwareVsSm& sm);
 

@@ -10,6 +10,7 @@
 #include "Kel/Lock.h"
 #include "messaging/HarbecTrace.h"
 #include "messaging/TextUtils.h"
+#include "session/connection/ConnectLimits.h"
 #include "session/connection/Exchange.h"
 #include "session/connection/HarbecLog.h"
 #include "session/HarbecSmInternal.h"
@@ -80,6 +81,7 @@ int connectTovCenter(Kel::Ptr<HarbecSm> sm) {
   soap->recv_timeout = kIoTimeoutSeconds;
   soap->send_timeout = kIoTimeoutSeconds;
   soap->tcp_keep_alive = 1;
+  applyLimits(vim, *config);
   vim->endpointIs(url);
 
   std::string serviceInstance = "ServiceInstance";

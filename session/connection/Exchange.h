@@ -4,6 +4,7 @@
 // caller's: each raises its own SoapException.
 #pragma once
 #include "session/HarbecSm.h"
+#include "session/connection/ReplyClock.h"
 #include "session/connection/SoapStatusUpdates.h"
 #include "session/connection/VimBinding.h"
 
@@ -15,6 +16,7 @@ using VimMethod = int (VimBinding::*)(Request*, Response*);
 // One call; the gSOAP status, SOAP_OK for success.
 template <class Request, class Response>
 int vimCall(VimBinding* vim, VimMethod<Request, Response> method, Request& request, Response& response) {
+  ReplyClock clock(vim);
   return (vim->*method)(&request, &response);
 }
 

@@ -10,6 +10,7 @@
 #include "messaging/HarbecTrace.h"
 #include "session/connection/HarbecLog.h"
 #include "session/HarbecSmInternal.h"
+#include "session/connection/FailureWords.h"
 
 namespace Harbec {
 
@@ -38,6 +39,7 @@ void handleSoapException(Kel::Ptr<HarbecSm> sm, const SoapException& exception) 
   soap_sprint_fault(soap, buffer, sizeof buffer);
   std::string text = exception.what().str() + " " + buffer;
   updateSoapError(sm->soapStatus(), text);
+  updateSoapFailureDetail(sm->soapStatus(), exception.what().str() + ": " + failureWords(soap));
   HARBEC_TRACE(0, "SoapException: " << text);
 
   bool tryAgain = false;

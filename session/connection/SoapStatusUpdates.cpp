@@ -44,4 +44,9 @@ void updateSoapError(Kel::Ptr<SoapStatus> soapStatus, std::string message) {
   soapStatus->lastErrorIs(message);
 }
 
+void updateSoapFailureDetail(Kel::Ptr<SoapStatus> soapStatus, const std::string& words) {
+  Kel::ActivityLockAnchor anchor;
+  soapStatus->lastFailureDetailIs(words);
+}
+
 }  // namespace Harbec

@@ -38,5 +38,7 @@ void updateSoapMsgSent(Kel::Ptr<SoapStatus> soapStatus, SoapMsgType type);
 void updateSoapStatus(Kel::Ptr<SoapStatus> soapStatus, SoapMsgType type, SoapResult result);
 // Keeps the text of the last fault.
 void updateSoapError(Kel::Ptr<SoapStatus> soapStatus, std::string message);
+// Keeps the last failure told for an operator (see FailureWords.h).
+void updateSoapFailureDetail(Kel::Ptr<SoapStatus> soapStatus, const std::string& words);
 
 }  // namespace Harbec
