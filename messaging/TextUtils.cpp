@@ -23,4 +23,16 @@ std::string stripExtraWhiteSpace(const std::string& s) {
   return out;
 }
 
+std::string httpStatusLine(long code) {
+  static const std::pair<long, const char*> reasons[] = {
+      {301, "Moved Permanently"}, {302, "Found"},         {400, "Bad Request"},          {401, "Unauthorized"},
+      {403, "Forbidden"},         {404, "Not Found"},     {408, "Request Timeout"},      {429, "Too Many Requests"},
+      {500, "Internal Server Error"}, {501, "Not Implemented"}, {502, "Bad Gateway"},   {503, "Service Unavailable"},
+      {504, "Gateway Timeout"}};
+  std::string line = "HTTP " + std::to_string(code);
+  for (const auto& [number, reason] : reasons)
+    if (number == code) line += std::string(" ") + reason;
+  return line;
+}
+
 }  // namespace Harbec

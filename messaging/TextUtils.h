@@ -13,4 +13,8 @@ void split(const std::string& s, const std::string& delimiters, std::vector<std:
 // as a separator: tabs and line breaks stay inside words.
 std::string stripExtraWhiteSpace(const std::string& s);
 
+// "HTTP 503 Service Unavailable"; the bare number for a status without a
+// common reason phrase.
+std::string httpStatusLine(long code);
+
 }  // namespace Harbec

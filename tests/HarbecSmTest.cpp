@@ -271,20 +271,6 @@ TEST_F(HarbecSmTest, AlarmDefinitionGoesOutDisabledAndWithoutAction) {
   }
 }
 
-// A connection closed without a reply is how gSOAP shows a socket that
-// timed out: the process ends whatever exitOnConnectionError says.
-TEST_F(HarbecSmTest, DroppedConnectionEndsTheProcess) {
-  Session s("Worker", sim->url, kPassword, false, false);
-  s.connect();
-  sim->fault("CurrentTime", "drop");
-  EXPECT_EXIT(
-      {
-        Kel::logSinkIs(nullptr);
-        s.probe();
-      },
-      testing::ExitedWithCode(255), output({kLossOfConnectivity, rpcFault("CurrentTime"), kRestart, kRestart}));
-}
-
 // Once vCenter is gone, a live session restarts the agent only when told to.
 TEST_F(HarbecSmTest, LostvCenterEndsTheProcessOnlyWhenConfigured) {
   vcsim::Simulator gone(kUser, kPassword);

@@ -18,7 +18,4 @@ void applyLimits(CURL* curl, const VsConfig& config, MemoryBuffer& buffer);
 // 127.0.0.1:1: Connection refused", "no reply within 30 s", ...
 std::string transferFailure(CURL* curl, CURLcode code, const VsConfig& config);
 
-// "HTTP 503 Service Unavailable".
-std::string httpStatusLine(long code);
-
 }  // namespace Harbec

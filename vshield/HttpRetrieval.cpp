@@ -8,6 +8,7 @@
 
 #include "Kel/Assert.h"
 #include "messaging/HarbecTrace.h"
+#include "messaging/TextUtils.h"
 #include "vshield/HttpLimits.h"
 #include "vshield/VsLog.h"
 

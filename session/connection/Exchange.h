@@ -3,6 +3,8 @@
 // (the message in flight, then its result). What a failure means is the
 // caller's: each raises its own SoapException.
 #pragma once
+#include <type_traits>
+
 #include "session/HarbecSm.h"
 #include "session/connection/ReplyClock.h"
 #include "session/connection/SoapStatusUpdates.h"
@@ -16,7 +18,7 @@ using VimMethod = int (VimBinding::*)(Request*, Response*);
 // One call; the gSOAP status, SOAP_OK for success.
 template <class Request, class Response>
 int vimCall(VimBinding* vim, VimMethod<Request, Response> method, Request& request, Response& response) {
-  ReplyClock clock(vim);
+  ReplyClock clock(vim, std::is_same_v<Request, ns2__WaitForUpdatesRequestType>);
   return (vim->*method)(&request, &response);
 }
 

@@ -3,7 +3,9 @@
 #include <stdsoap2.h>
 
 #include <cstring>
+#include <sstream>
 
+#include "messaging/TextUtils.h"
 #include "session/connection/ReplyClock.h"
 
 namespace Harbec {
@@ -42,24 +44,25 @@ std::string faultType(const char* detail) {
 std::string failureWords(struct soap* soap) {
   if (!soap) return "no context";
   int error = soap->error;
-  if (error == SOAP_EOF) {
-    if (ReplyClock::expired()) return "reply not complete within its time";
-    return soap->errnum ? std::string("connection lost: ") + std::strerror(soap->errnum)
-                        : "connection closed, or no reply in time";
+  if (double limit = ReplyClock::expired()) {
+    std::ostringstream text;
+    text << "no complete reply within " << limit << " s";
+    return text.str();
   }
+  if (soap->recv_maxlength && soap->count >= soap->recv_maxlength)
+    return "reply larger than " + std::to_string(soap->recv_maxlength) + " bytes";
+  if (error == SOAP_EOF)
+    return soap->errnum ? std::string("connection lost: ") + std::strerror(soap->errnum)
+                        : "connection closed before the reply was complete";
   if (error == SOAP_CLI_FAULT || error == SOAP_SVR_FAULT || error == SOAP_FAULT) return faultWords(soap);
   if (error == SOAP_TCP_ERROR)
     return "no connection: " + (soap->errnum ? std::string(std::strerror(soap->errnum)) : text(soap_faultdetail(soap)));
   if (error == SOAP_SSL_ERROR) return "TLS failure: " + text(soap_faultdetail(soap));
-  if (error == SOAP_EOM && soap->recv_maxlength && soap->count >= soap->recv_maxlength)
-    return "reply larger than " + std::to_string(soap->recv_maxlength) + " bytes";
-  if (error >= 100 && error < 600) {
-    std::string status = text(soap_faultstring(soap));
-    return status.rfind("HTTP", 0) == 0 ? status : "HTTP " + std::to_string(error) + " " + status;
-  }
-  // The reply came but could not be read as the answer to the call.
+  // gSOAP's error is the HTTP status where the reply was no SOAP reply.
+  if (error == 200) return "HTTP 200, but no readable reply to the call";
+  if (error > 200 && error < 600) return httpStatusLine(error);
   std::string what = text(soap_faultstring(soap));
-  return "reply not readable (gSOAP " + std::to_string(error) + (what.empty() ? "" : ": " + what) + ")";
+  return "reply not readable (gSOAP error " + std::to_string(error) + (what.empty() ? "" : ": " + what) + ")";
 }
 
 }  // namespace Harbec

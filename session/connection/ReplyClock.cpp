@@ -12,7 +12,7 @@ namespace Harbec {
 namespace {
 
 thread_local ReplyClock* current = nullptr;
-thread_local bool lastExpired = false;
+thread_local double lastExpired = 0;
 // gSOAP's own receive function, the same for every context.
 size_t (*plainReceive)(struct soap*, char*, size_t) = nullptr;
 
@@ -22,15 +22,16 @@ double now() {
 
 }  // namespace
 
-ReplyClock::ReplyClock(VimBinding* vim)
+ReplyClock::ReplyClock(VimBinding* vim, bool fromFirstByte)
     : soap_(vim ? vim->soap : nullptr), limit_(vim ? vim->replyTimeout : 0), outer_(current) {
+  if (!fromFirstByte) started_ = now();
   current = this;
-  lastExpired = false;
+  lastExpired = 0;
 }
 
 ReplyClock::~ReplyClock() { current = outer_; }
 
-bool ReplyClock::expired() { return lastExpired; }
+double ReplyClock::expired() { return lastExpired; }
 
 void ReplyClock::install(struct soap* soap) {
   if (soap->frecv == receive) return;
@@ -49,7 +50,7 @@ size_t ReplyClock::receive(struct soap* soap, char* buf, size_t len) {
   double left = clock->started_ + clock->limit_ - now();
   if (left <= 0) {
     // What gSOAP itself makes of a receive that timed out.
-    lastExpired = true;
+    lastExpired = clock->limit_;
     soap->errnum = 0;
     return 0;
   }
@@ -59,7 +60,7 @@ size_t ReplyClock::receive(struct soap* soap, char* buf, size_t len) {
   soap->recv_timeout = -static_cast<int>(std::ceil(std::min(bound, std::min(left, 2000.0)) * 1e6));
   size_t n = plainReceive(soap, buf, len);
   soap->recv_timeout = saved;
-  if (n == 0 && soap->errnum == 0 && clock->started_ + clock->limit_ <= now()) lastExpired = true;
+  if (n == 0 && soap->errnum == 0 && clock->started_ + clock->limit_ <= now()) lastExpired = clock->limit_;
   return n;
 }
 

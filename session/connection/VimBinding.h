@@ -63,7 +63,7 @@ class VimBinding {
   const char* endpoint;
   // Where the context's replies are built; see vim25/SoapArena.h.
   Vim25::SoapArena arena;
-  // Seconds a reply may take from its first byte; 0: no bound (see ReplyClock.h).
+  // Seconds a reply may take; 0: no bound (see ReplyClock.h).
   double replyTimeout = 0;
 
  private:

@@ -41,6 +41,8 @@ class Stub {
     if (status != 200) throw std::runtime_error(target + ": " + std::to_string(status) + " " + reply);
     return reply;
   }
+  // The manager and control ports close on return.
+  void stop() { process_.stop(); }
   // Request targets received so far, in order.
   std::vector<std::string> uris() { return values(call("GET", "/log"), "uri"); }
 
