@@ -120,9 +120,13 @@ struct HostAgent::Impl {
   }
   Kel::Name fresh(const std::string& what) { return Kel::Name(what + "-" + std::to_string(++serial)); }
 
+  // What the session recorded of its last failure, in the library's words
+  // where it has them.
   SoapFailure lastFailure(const VcSession& s) {
     Kel::ActivityLockAnchor lock;
-    return soapFailure(s.soapStatus->lastError().str());
+    SoapFailure f = soapFailure(s.soapStatus->lastError().str());
+    if (s.soapStatus->lastFailureDetail().length()) f.reason = oneLine(s.soapStatus->lastFailureDetail().str());
+    return f;
   }
   bool connect(VcSession& s, std::string* error);
   bool waitForSync(const std::string& loop, std::string* error);
@@ -143,6 +147,10 @@ void HostAgent::Impl::startSession(VcSession& s, const char* instance) {
   s.config->urlIs(o.vcenterUrl);
   s.config->usernameIs(o.vcenterUser);
   s.config->passwordIs(settings.vcenterPassword);
+  s.config->connectTimeoutIs(o.connectTimeout);
+  s.config->replyTimeoutIs(o.replyTimeout);
+  s.config->maxReplyBytesIs(static_cast<uint64_t>(o.maxReplyMb * (1 << 20)));
+  s.config->caFileIs(o.caFile);
   // A failed call on a live session is the agent's to answer: it sees the
   // loop return and decides, rather than the library ending the process.
   s.sm = harbecSmFactory(s.soapStatus, s.sessionStatus, instance, s.config, vi, false);
@@ -164,6 +172,11 @@ void HostAgent::Impl::start() {
   vsConfig->urlIs(o.vsmUrl);
   vsConfig->usernameIs(o.vsmUser);
   vsConfig->passwordIs(settings.vsmPassword);
+  vsConfig->connectTimeoutIs(o.connectTimeout);
+  vsConfig->replyTimeoutIs(o.vsmTimeout);
+  vsConfig->maxReplyBytesIs(static_cast<uint64_t>(o.vsmMaxReplyMb * (1 << 20)));
+  vsConfig->caFileIs(o.vsmCaFile);
+  vsConfig->proxyIs(o.vsmProxy == "env" ? "" : o.vsmProxy);
   vsm = vmwareVsSmFactory(restStatus, vsSessionStatus, vsConfig, vs, false);
   restRelay = RestRelay::create(vsm, &served);
   restThread = restThreadFactory(restRelay);
@@ -315,9 +328,12 @@ Snapshot HostAgent::Impl::snapshot() {
 
 std::string HostAgent::Impl::vshieldState() {
   Kel::ActivityLockAnchor lock;
-  if (vsSessionStatus->sessionState() == sessionConnected) return "connected";
-  std::string reason = restStatus->lastFailureReason().str();
-  return reason.empty() ? "not connected" : "not connected (HTTP " + reason + ")";
+  std::string warning = restStatus->lastReplyWarning().str();
+  if (vsSessionStatus->sessionState() == sessionConnected)
+    return warning.empty() ? "connected" : "connected; last reply: " + warning;
+  std::string reason = restStatus->lastFailureDetail().str();
+  if (reason.empty() && restStatus->lastFailureReason().length()) reason = "HTTP " + restStatus->lastFailureReason().str();
+  return reason.empty() ? "not connected" : "not connected (" + reason + ")";
 }
 
 void HostAgent::Impl::print(const Snapshot& s) {

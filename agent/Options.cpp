@@ -30,9 +30,34 @@ std::string usage(const std::string& program) {
          "  --poll SECONDS            live mode: seconds between neighbour, probe, counter and\n"
          "                            vShield rounds (default 10)\n"
          "  --demo                    start the vCenter simulator and the vShield stand-in\n"
+         "  --no-supervise            run in this process; by default the work runs in a\n"
+         "                            child process that is restarted when it fails\n"
+         "Limits:\n"
+         "  --connect-timeout SECONDS to get a connection to either peer (default 10)\n"
+         "  --reply-timeout SECONDS   for a vCenter reply (default 600); the update loop\n"
+         "                            waits for vCenter's first byte as long as it takes\n"
+         "  --vsm-timeout SECONDS     for a whole vShield Manager exchange (default 120)\n"
+         "  --max-reply-mb MB         largest vCenter reply (default 1024)\n"
+         "  --vsm-max-reply-mb MB     largest vShield Manager reply (default 256)\n"
+         "  --ca-file FILE            check vCenter's certificate against these CAs\n"
+         "  --vsm-ca-file FILE        check vShield Manager's certificate against these CAs\n"
+         "                            (without them, any certificate is taken)\n"
+         "  --vsm-proxy direct|env|URL  proxy to vShield Manager (default direct: none,\n"
+         "                            whatever http_proxy and https_proxy say)\n"
          "  -h, --help                this text\n"
          "Without --once the view is printed, then each change as it happens, until\n"
-         "interrupted. Exit status: 0 on success, 1 on a failure, 2 on bad arguments.\n";
+         "interrupted.\n"
+         "\n"
+         "Exit status:\n"
+         "  0    done: the view printed (--once), or stopped by a signal after it\n"
+         "  1    vCenter cannot be reached or refuses the login, or the update loop\n"
+         "       is lost (the supervisor restarts the work, except with --once)\n"
+         "  2    bad arguments, or a password or CA file that cannot be read\n"
+         "  3    stopped by a signal before the first view\n"
+         "  255  the library ended the work on a fatal failure of vCenter (restarted)\n"
+         "  128+N  the work died of signal N, 134 on a broken assertion (restarted)\n"
+         "The supervisor restarts after 1 s, doubling up to 30 s; after a minute of\n"
+         "health the delay starts over. It prints one line for each end of the work.\n";
 }
 
 namespace {
@@ -62,6 +87,20 @@ std::vector<std::string> splitList(const std::string& list) {
   return out;
 }
 
+// The options that take a number, and where it goes.
+double* numberOption(Options& o, const std::string& arg) {
+  const std::pair<const char*, double*> numbers[] = {
+      {"--retry-for", &o.retryFor},           {"--poll", &o.pollEvery},
+      {"--connect-timeout", &o.connectTimeout}, {"--reply-timeout", &o.replyTimeout},
+      {"--vsm-timeout", &o.vsmTimeout},       {"--max-reply-mb", &o.maxReplyMb},
+      {"--vsm-max-reply-mb", &o.vsmMaxReplyMb}};
+  for (const auto& [name, target] : numbers)
+    if (arg == name) return target;
+  return nullptr;
+}
+
+bool readable(const std::string& path) { return path.empty() || std::ifstream(path).good(); }
+
 }  // namespace
 
 ParsedOptions parseOptions(int argc, const char* const* argv) {
@@ -74,7 +113,8 @@ ParsedOptions parseOptions(int argc, const char* const* argv) {
   const Valued valued[] = {{"--vcenter", &o.vcenterUrl},         {"--user", &o.vcenterUser},
                            {"--password-file", &o.vcenterPasswordFile}, {"--vsm", &o.vsmUrl},
                            {"--vsm-user", &o.vsmUser},           {"--vsm-password-file", &o.vsmPasswordFile},
-                           {"--bridge-mac", &o.bridgeMac}};
+                           {"--bridge-mac", &o.bridgeMac},       {"--ca-file", &o.caFile},
+                           {"--vsm-ca-file", &o.vsmCaFile},      {"--vsm-proxy", &o.vsmProxy}};
   for (int i = 1; i < argc; ++i) {
     std::string arg = argv[i], value;
     bool hasValue = false;
@@ -116,9 +156,8 @@ ParsedOptions parseOptions(int argc, const char* const* argv) {
     } else if (arg == "--interfaces" || arg == "--interface") {
       if (takeValue())
         for (const std::string& n : splitList(value)) o.interfaces.push_back(n);
-    } else if (arg == "--retry-for" || arg == "--poll") {
-      double* target = arg == "--poll" ? &o.pollEvery : &o.retryFor;
-      if (takeValue() && !seconds(value, target)) r.error = "option " + arg + " wants seconds, not '" + value + "'";
+    } else if (double* target = numberOption(o, arg)) {
+      if (takeValue() && !seconds(value, target)) r.error = "option " + arg + " wants a number, not '" + value + "'";
     } else if (arg == "--once") {
       flag(&o.once);
     } else if (arg == "--json") {
@@ -127,6 +166,10 @@ ParsedOptions parseOptions(int argc, const char* const* argv) {
       flag(&o.demo);
     } else if (arg == "--quiet" || arg == "-q") {
       flag(&o.quiet);
+    } else if (arg == "--no-supervise") {
+      bool no = false;
+      flag(&no);
+      o.supervise = !no;
     } else {
       r.error = "unknown option " + arg;
     }
@@ -145,6 +188,8 @@ ParsedOptions parseOptions(int argc, const char* const* argv) {
     r.error = "--vsm needs --vsm-user and --vsm-password-file";
   } else if (o.vsmUrl.empty() && (!o.vsmUser.empty() || !o.vsmPasswordFile.empty())) {
     r.error = "--vsm-user and --vsm-password-file need --vsm";
+  } else if (!readable(o.caFile) || !readable(o.vsmCaFile)) {
+    r.error = "cannot read CA file " + (readable(o.caFile) ? o.vsmCaFile : o.caFile);
   }
   if (!o.demo) o.vcenterUrl = vcenterSdkUrl(o.vcenterUrl);
   while (!o.vsmUrl.empty() && o.vsmUrl.back() == '/') o.vsmUrl.pop_back();

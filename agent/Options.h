@@ -17,6 +17,15 @@ struct Options {
   bool quiet = false;      // no operator log lines on stderr
   double retryFor = 60;    // seconds to keep trying to connect; 0: for ever
   double pollEvery = 10;   // seconds between hint, probe, counter and vShield rounds
+  bool supervise = true;   // the work in a child process, restarted when it fails
+
+  // Limits of the exchanges with the peers.
+  double connectTimeout = 10;  // seconds, both peers
+  double replyTimeout = 600;   // seconds for a vCenter reply (the update loop waits for its first byte apart)
+  double vsmTimeout = 120;     // seconds for a whole vShield Manager exchange
+  double maxReplyMb = 1024, vsmMaxReplyMb = 256;
+  std::string caFile, vsmCaFile;  // certificates are checked only against these
+  std::string vsmProxy = "direct";  // "direct", "env" (the environment's), or a proxy URL
 };
 
 struct ParsedOptions {

@@ -54,12 +54,14 @@ TEST(AgentOptions, BadCommandLinesGetOneLineReasons) {
       {{"--vcenter"}, "option --vcenter needs a value"},
       {{"--frobnicate"}, "unknown option --frobnicate"},
       {{"--once=yes"}, "option --once takes no value"},
-      {{"--retry-for", "soon"}, "option --retry-for wants seconds, not 'soon'"},
+      {{"--retry-for", "soon"}, "option --retry-for wants a number, not 'soon'"},
       {{"--vcenter", "vc", "--password-file", "-"}, "--vcenter needs --user"},
       {{"--vcenter", "vc", "--user", "u"}, "--vcenter needs --password-file (- for standard input)"},
       {{"--demo", "--vcenter", "vc"}, "--demo brings its own vCenter: leave out --vcenter"},
       {{"--vsm", "http://vsm"}, "--vsm needs --vsm-user and --vsm-password-file"},
       {{"--vsm-user", "u"}, "--vsm-user and --vsm-password-file need --vsm"},
+      {{"--ca-file", "/nonexistent/ca.pem"}, "cannot read CA file /nonexistent/ca.pem"},
+      {{"--no-supervise=1"}, "option --no-supervise takes no value"},
   };
   for (const auto& [args, error] : cases) EXPECT_EQ(parse(args).error, error);
 }
