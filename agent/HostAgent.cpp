@@ -73,6 +73,7 @@ struct VcSession {
   HarbecSm::Ptr sm;
   SoapRelay::Ptr relay;
   SoapThread::Ptr thread;
+  std::string wordsSeen;
 };
 
 }  // namespace
@@ -128,6 +129,18 @@ struct HostAgent::Impl {
     if (s.soapStatus->lastFailureDetail().length()) f.reason = oneLine(s.soapStatus->lastFailureDetail().str());
     return f;
   }
+  // The words of the failure a session recorded last: the one whose words
+  // changed since this was last asked.
+  std::string latestWords() {
+    Kel::ActivityLockAnchor lock;
+    std::string words;
+    for (VcSession* s : {&update, &requests}) {
+      std::string w = s->soapStatus->lastFailureDetail().str();
+      if (w != s->wordsSeen || words.empty()) words = w;
+      s->wordsSeen = w;
+    }
+    return words.empty() ? "no words recorded" : words;
+  }
   bool connect(VcSession& s, std::string* error);
   bool waitForSync(const std::string& loop, std::string* error);
   void addInterfaces();
@@ -160,7 +173,10 @@ void HostAgent::Impl::startSession(VcSession& s, const char* instance) {
 
 void HostAgent::Impl::start() {
   Kel::logSinkIs([this](const Kel::LogHandle& h, const Kel::String8& text) {
-    if (!o.quiet) say(clock() + " " + h.id().str() + ": " + text.str());
+    std::string line = clock() + " " + h.id().str() + ": " + text.str();
+    // A failure's own words go with the lines that only name it.
+    if (h.id() == "HARBEC_RPC_FAULT" || h.id() == "HARBEC_CONNECT_FAILED") line += " (" + latestWords() + ")";
+    if (!o.quiet || h.id() == "HARBEC_RPC_FAULT") say(line);
   });
   startSession(update, "UpdateThread");
   startSession(requests, "RequestThread");
@@ -195,6 +211,7 @@ bool HostAgent::Impl::connect(VcSession& s, std::string* error) {
       if (s.sessionStatus->sessionState() == sessionConnected) return true;
     }
     SoapFailure failure = lastFailure(s);
+    if (failure.reason.empty()) failure.reason = "nothing recorded";
     if (failure.refusedLogin) {
       *error = "vCenter at " + o.vcenterUrl + " refused the login of " + o.vcenterUser;
       return false;
@@ -424,6 +441,7 @@ int HostAgent::run() {
   }
 
   a.print(a.snapshot());
+  if (afterFirstView) afterFirstView();
   if (a.o.once) return 0;
   return a.live(loop);
 }

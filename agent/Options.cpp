@@ -214,6 +214,7 @@ std::string readSecret(const std::string& path, std::string* error) {
     std::getline(in, line);
   }
   if (!line.empty() && line.back() == '\r') line.pop_back();
+  if (line.empty() && error->empty()) *error = "empty password in " + (path == "-" ? std::string("standard input") : path);
   return line;
 }
 

@@ -4,18 +4,30 @@
 #include <signal.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cstdio>
 #include <iostream>
 
 #include "agent/Demo.h"
 #include "agent/HostAgent.h"
+#include "agent/Supervisor.h"
 
 namespace {
 
-// An interrupt ends the live mode at once, ahead of the demo's peers, which
-// a terminal's interrupt reaches too (see finish). What was printed has
-// been flushed line by line.
-void onSignal(int) { _exit(0); }
+using namespace HarbecAgent;
+
+std::atomic<bool> viewShown{false};
+
+// A signal ends the work at once, ahead of the demo's peers, which a
+// terminal's interrupt reaches too (see finish). What was printed has been
+// flushed line by line. Before the first view it is a failure to say so.
+void onSignal(int) {
+  if (viewShown) _exit(exitDone);
+  const char line[] = "harbec-agent: interrupted before the first view\n";
+  ssize_t written = write(STDERR_FILENO, line, sizeof line - 1);
+  (void)written;
+  _exit(exitInterrupted);
+}
 
 // Ends the process at once, without joining the agent's threads: the
 // update loop keeps its thread until vCenter answers. The demo's peers are
@@ -29,32 +41,8 @@ void onSignal(int) { _exit(0); }
   _exit(status);
 }
 
-}  // namespace
-
-int main(int argc, char** argv) {
-  using namespace HarbecAgent;
-  ParsedOptions parsed = parseOptions(argc, argv);
-  if (parsed.help) {
-    std::cout << usage("harbec-agent");
-    return 0;
-  }
-  if (!parsed.error.empty()) {
-    std::cerr << "harbec-agent: " << parsed.error << " (see --help)\n";
-    return 2;
-  }
-
-  Settings settings{parsed.options, "", ""};
-  std::string error;
-  if (!settings.options.demo) {
-    settings.vcenterPassword = readSecret(settings.options.vcenterPasswordFile, &error);
-    if (error.empty() && !settings.options.vsmUrl.empty())
-      settings.vsmPassword = readSecret(settings.options.vsmPasswordFile, &error);
-    if (!error.empty()) {
-      std::cerr << "harbec-agent: " << error << "\n";
-      return 2;
-    }
-  }
-
+// The agent's work, in this process.
+int work(Settings settings) {
   struct sigaction sa {};
   sa.sa_handler = onSignal;
   sigaction(SIGINT, &sa, nullptr);
@@ -71,7 +59,7 @@ int main(int argc, char** argv) {
                 << settings.options.bridgeMac << "\n";
     } catch (const std::exception& e) {
       std::cerr << "harbec-agent: cannot start the demo: " << e.what() << "\n";
-      finish(1);
+      finish(exitFailed);
     }
   }
 
@@ -81,11 +69,42 @@ int main(int argc, char** argv) {
       demo.announce(s);
       if (!settings.options.once) demo.playChanges(s);
     };
-  int status = 1;
+  agent.afterFirstView = [] { viewShown = true; };
+  int status = exitFailed;
   try {
     status = agent.run();
   } catch (const std::exception& e) {
     std::cerr << "harbec-agent: " << e.what() << "\n";
   }
   finish(status);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  ParsedOptions parsed = parseOptions(argc, argv);
+  if (parsed.help) {
+    std::cout << usage("harbec-agent");
+    return exitDone;
+  }
+  if (!parsed.error.empty()) {
+    std::cerr << "harbec-agent: " << parsed.error << " (see --help)\n";
+    return exitBadArguments;
+  }
+
+  Settings settings{parsed.options, "", ""};
+  std::string error;
+  if (!settings.options.demo) {
+    settings.vcenterPassword = readSecret(settings.options.vcenterPasswordFile, &error);
+    if (error.empty() && !settings.options.vsmUrl.empty())
+      settings.vsmPassword = readSecret(settings.options.vsmPasswordFile, &error);
+    if (!error.empty()) {
+      std::cerr << "harbec-agent: " << error << "\n";
+      return exitBadArguments;
+    }
+  }
+  if (!settings.options.supervise) return work(settings);
+  SupervisorOptions supervision;
+  supervision.once = settings.options.once;
+  return supervise([&settings] { return work(settings); }, supervision, std::cerr);
 }

@@ -14,6 +14,7 @@
 #include <set>
 #include <sstream>
 
+#include "agent/Supervisor.h"
 #include "peers/VcSim.h"
 #include "peers/VsmStub.h"
 
@@ -56,6 +57,21 @@ std::string lastLine(const std::string& text) {
   return text.substr(from == std::string::npos ? 0 : from + 1, end - (from == std::string::npos ? 0 : from + 1) + 1);
 }
 
+// How a child ends within ten seconds: "exit N", "signal N"; one that
+// does not is killed, and that is a failure too.
+std::string endOf(pid_t pid) {
+  int status = 0;
+  for (int i = 0; i < 1000; ++i) {
+    if (waitpid(pid, &status, WNOHANG) == pid)
+      return WIFEXITED(status) ? "exit " + std::to_string(WEXITSTATUS(status))
+                               : "signal " + std::to_string(WTERMSIG(status));
+    usleep(10000);
+  }
+  kill(pid, SIGKILL);
+  waitpid(pid, &status, 0);
+  return "still running after 10 s";
+}
+
 // A port on 127.0.0.1 where nothing listens.
 int deadPort() {
   int s = socket(AF_INET, SOCK_STREAM, 0);
@@ -93,7 +109,11 @@ TEST(AgentProgram, UnreachableVcenterIsRetriedWithBackoffThenGivenUp) {
   EXPECT_NE(r.err.find(" vCenter not reachable ("), std::string::npos) << r.err;
   EXPECT_NE(r.err.find("); attempt 2 in 1 s\n"), std::string::npos) << r.err;
   EXPECT_EQ(r.err.find("attempt 3"), std::string::npos) << r.err;
-  EXPECT_EQ(lastLine(r.err).rfind("harbec-agent: cannot connect to vCenter at " + url + ": ", 0), 0u) << r.err;
+  // The supervisor tells the end and its reason, and a failed --once is not run again.
+  EXPECT_EQ(lastLine(r.err).rfind("harbec-agent: the work ended with exit status 1; last said: harbec-agent: cannot "
+                                  "connect to vCenter at " + url + ": RetrieveServiceContent: no connection: ", 0),
+            0u)
+      << r.err;
   EXPECT_EQ(r.out, "");
 }
 
@@ -102,7 +122,8 @@ TEST(AgentProgram, RefusedLoginEndsAtOnce) {
   Outcome r = runAgent("--vcenter " + vc.url + " --user " + kUser + " --password-file - --once", "wrong\n");
   EXPECT_EQ(r.status, 1);
   EXPECT_NE(r.err.find("HARBEC_CONNECT_FAILED: "), std::string::npos) << "the library's own log line";
-  EXPECT_EQ(lastLine(r.err), "harbec-agent: vCenter at " + vc.url + " refused the login of " + kUser);
+  EXPECT_EQ(lastLine(r.err), "harbec-agent: the work ended with exit status 1; last said: harbec-agent: vCenter at " +
+                                vc.url + " refused the login of " + kUser);
   EXPECT_EQ(r.err.find("attempt 2"), std::string::npos);
 }
 
@@ -153,6 +174,70 @@ TEST(AgentProgram, DemoShowsWhatStandsBehindTheSwitch) {
     EXPECT_NE(r.out.find(part), std::string::npos) << part << "\n---\n" << r.out;
 }
 
+// A running agent: its standard output and error read line by line, with
+// limits; it is killed if it outlives the object.
+class Running {
+ public:
+  Running(std::vector<std::string> args, const std::string& input) {
+    int in[2], out[2], err[2];
+    if (pipe2(in, O_CLOEXEC) || pipe2(out, O_CLOEXEC) || pipe2(err, O_CLOEXEC)) throw std::runtime_error("pipe");
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_adddup2(&actions, in[0], 0);
+    posix_spawn_file_actions_adddup2(&actions, out[1], 1);
+    posix_spawn_file_actions_adddup2(&actions, err[1], 2);
+    args.insert(args.begin(), HARBEC_AGENT_BINARY);
+    std::vector<char*> argv;
+    for (std::string& a : args) argv.push_back(a.data());
+    argv.push_back(nullptr);
+    if (posix_spawn(&pid, argv[0], &actions, nullptr, argv.data(), environ) != 0) throw std::runtime_error("spawn");
+    posix_spawn_file_actions_destroy(&actions);
+    close(in[0]);
+    close(out[1]);
+    close(err[1]);
+    if (write(in[1], input.data(), input.size()) != static_cast<ssize_t>(input.size())) throw std::runtime_error("stdin");
+    close(in[1]);
+    fds[0] = out[0];
+    fds[1] = err[0];
+  }
+  ~Running() {
+    if (pid > 0) endOf(pid);
+    close(fds[0]);
+    close(fds[1]);
+  }
+  // The next line of standard output (0) or error (1); "" after 15 s or at the end.
+  std::string line(int which) {
+    std::string& pending = pendings[which];
+    pollfd p{fds[which], POLLIN, 0};
+    for (size_t nl; (nl = pending.find('\n')) == std::string::npos;) {
+      char buf[65536];
+      ssize_t n = poll(&p, 1, 15000) > 0 ? read(fds[which], buf, sizeof buf) : 0;
+      if (n <= 0) return "";
+      pending.append(buf, static_cast<size_t>(n));
+    }
+    std::string next = pending.substr(0, pending.find('\n'));
+    pending.erase(0, next.size() + 1);
+    return next;
+  }
+  // The next line of standard error that holds `text`, or "".
+  std::string errorWith(const std::string& text) {
+    for (std::string l; !(l = line(1)).empty();)
+      if (l.find(text) != std::string::npos) return l;
+    return "";
+  }
+  std::string stop(int signal) {
+    kill(pid, signal);
+    std::string end = endOf(pid);
+    pid = 0;
+    return end;
+  }
+
+ private:
+  pid_t pid = 0;
+  int fds[2] = {-1, -1};
+  std::string pendings[2];
+};
+
 // Live mode with --json: one document a line, the first after the sync,
 // then one after each change; an interrupt ends it with status 0.
 TEST(AgentProgram, LiveJsonFollowsChangesUntilInterrupted) {
@@ -160,40 +245,8 @@ TEST(AgentProgram, LiveJsonFollowsChangesUntilInterrupted) {
   std::string vm;
   for (const std::string& ref : peer::values(vc.call("GET", "/inventory"), "ref"))
     if (vm.empty() && ref.rfind("vm-", 0) == 0) vm = ref;
-
-  int in[2], out[2];
-  ASSERT_EQ(pipe2(in, O_CLOEXEC), 0);
-  ASSERT_EQ(pipe2(out, O_CLOEXEC), 0);
-  posix_spawn_file_actions_t actions;
-  posix_spawn_file_actions_init(&actions);
-  posix_spawn_file_actions_adddup2(&actions, in[0], 0);
-  posix_spawn_file_actions_adddup2(&actions, out[1], 1);
-  std::vector<std::string> args{HARBEC_AGENT_BINARY, "--vcenter", vc.url, "--user", kUser,
-                                "--password-file", "-", "--json", "--quiet", "--poll", "1"};
-  std::vector<char*> argv;
-  for (std::string& a : args) argv.push_back(a.data());
-  argv.push_back(nullptr);
-  pid_t pid = 0;
-  ASSERT_EQ(posix_spawn(&pid, argv[0], &actions, nullptr, argv.data(), environ), 0);
-  posix_spawn_file_actions_destroy(&actions);
-  close(in[0]);
-  close(out[1]);
-  ASSERT_EQ(write(in[1], "vmware\n", 7), 7);
-  close(in[1]);
-
-  std::string pending;
-  auto nextLine = [&]() -> std::string {
-    pollfd p{out[0], POLLIN, 0};
-    for (size_t nl; (nl = pending.find('\n')) == std::string::npos;) {
-      char buf[65536];
-      ssize_t n = poll(&p, 1, 60000) > 0 ? read(out[0], buf, sizeof buf) : 0;
-      if (n <= 0) return "";
-      pending.append(buf, static_cast<size_t>(n));
-    }
-    std::string line = pending.substr(0, pending.find('\n'));
-    pending.erase(0, line.size() + 1);
-    return line;
-  };
+  Running agent({"--vcenter", vc.url, "--user", kUser, "--password-file", "-", "--json", "--quiet", "--poll", "1"},
+                "vmware\n");
   auto powerOf = [&](const std::string& doc) -> std::string {
     const std::string mark = "\"ref\":\"" + vm + "\",\"power\":\"";
     size_t at = doc.find(mark);
@@ -202,17 +255,54 @@ TEST(AgentProgram, LiveJsonFollowsChangesUntilInterrupted) {
     return doc.substr(at, doc.find('"', at) - at);
   };
 
-  std::string first = nextLine();
+  std::string first = agent.line(0);
   EXPECT_EQ(first.rfind("{\"interfaces\":[", 0), 0u) << first;
   EXPECT_EQ(powerOf(first), "on");
   vc.call("POST", "/vm/power", "{\"vm\":\"" + vm + "\",\"state\":\"poweredOff\"}");
   std::string doc;
-  for (int i = 0; i < 10 && powerOf(doc) != "off"; ++i) doc = nextLine();
+  for (int i = 0; i < 5 && powerOf(doc) != "off"; ++i) doc = agent.line(0);
   EXPECT_EQ(powerOf(doc), "off") << doc;
 
-  kill(pid, SIGINT);
-  int status = -1;
-  waitpid(pid, &status, 0);
-  close(out[0]);
-  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
+  // A fatal failure of the update loop ends the work with the library's
+  // exit(-1); the supervisor says why, and the work runs again.
+  // (The wait under way returns with the next change; the one after it drops.)
+  vc.spoil("WaitForUpdates", "drop");
+  vc.call("POST", "/vm/rename", "{\"vm\":\"" + vm + "\",\"name\":\"renamed\"}");
+  std::string ended = agent.errorWith("the work ended with");
+  EXPECT_NE(ended.find("exit status 255; last said: "), std::string::npos) << ended;
+  EXPECT_NE(ended.find("HARBEC_RPC_FAULT: The RPC WaitForUpdates failed. (WaitForUpdates: "), std::string::npos) << ended;
+  EXPECT_NE(ended.find("; starting it again in 1 s"), std::string::npos) << ended;
+  EXPECT_EQ(agent.line(0).rfind("{\"interfaces\":[", 0), 0u) << "a fresh view";
+  EXPECT_EQ(agent.stop(SIGINT), "exit 0");
+}
+
+// A signal before the first view is a failure, and says so.
+TEST(AgentProgram, SignalBeforeTheFirstViewFails) {
+  vcsim::Simulator vc(kUser, kPassword);
+  vc.spoil("WaitForUpdates", "hang");
+  Running agent({"--vcenter", vc.url, "--user", kUser, "--password-file", "-", "--once", "--quiet"}, "vmware\n");
+  usleep(500000);
+  EXPECT_EQ(agent.stop(SIGTERM), "exit 3");
+  EXPECT_EQ(agent.errorWith("interrupted"), "harbec-agent: interrupted before the first view");
+  EXPECT_EQ(agent.line(1), "harbec-agent: the work ended with exit status 3; last said: harbec-agent: interrupted "
+                           "before the first view");
+}
+
+TEST(AgentSupervisor, EndsToldAndRestartedOrNot) {
+  struct Case {
+    int status;  // as waitpid gives it
+    bool once;
+    std::string told;
+    bool again;
+  };
+  const Case cases[] = {
+      {0 << 8, false, "exit status 0", false},   {1 << 8, false, "exit status 1", true},
+      {1 << 8, true, "exit status 1", false},    {2 << 8, false, "exit status 2", false},
+      {3 << 8, false, "exit status 3", false},   {255 << 8, true, "exit status 255", true},
+      {SIGABRT, false, "signal 6 (Aborted)", true}, {SIGSEGV, true, "signal 11 (Segmentation fault)", true},
+  };
+  for (const Case& c : cases) {
+    EXPECT_EQ(HarbecAgent::describeEnd(c.status), c.told);
+    EXPECT_EQ(HarbecAgent::restartAfter(c.status, c.once), c.again) << c.told;
+  }
 }
