@@ -146,6 +146,13 @@ struct HostAgent::Impl {
   void addInterfaces();
   bool discoverInterfaces();
   std::vector<std::string> postRound(bool firstRound);
+  enum class VsmStep { idle, heartbeat, data };
+  VsmStep vsmStep = VsmStep::idle;
+  std::string vsmPending;  // the name of the vShield request under way
+  double vsmNext = 0;      // when the next vShield round is due
+  bool vsmServed() { return vsmPending.empty() || served.has(vsmPending); }
+  void vsmRound();
+  void awaitVsmRound(double seconds);
   std::vector<std::string> postHints();
   std::string postCounters();
   void checkCounters();
@@ -295,8 +302,8 @@ std::string HostAgent::Impl::postCounters() {
   return post(requests, r);
 }
 
-// One round of the requests the agent repeats: neighbour hints, a probe of
-// the connection, port counters, and the vShield heartbeat and data.
+// One round of the vCenter requests the agent repeats: neighbour hints, a
+// probe of the connection, port counters.
 std::vector<std::string> HostAgent::Impl::postRound(bool firstRound) {
   {
     Kel::ActivityLockAnchor lock;
@@ -308,10 +315,19 @@ std::vector<std::string> HostAgent::Impl::postRound(bool firstRound) {
     std::string c = postCounters();
     if (!c.empty()) names.push_back(c);
   }
-  if (restThread) {
-    RestRequest::Ptr hb = restRequestFactory(fresh(kHeartbeat.name), kHeartbeat.type, httpGET);
-    hb->endPointIs(kHeartbeat.path);
-    names.push_back(postRest(hb));
+  return names;
+}
+
+// The vShield Manager's round goes on its own: its heartbeat, and once that
+// has found it connected, its data. A manager that hangs holds only this.
+void HostAgent::Impl::vsmRound() {
+  if (!restThread || !vsmServed()) return;
+  bool connected;
+  {
+    Kel::ActivityLockAnchor lock;
+    connected = vsSessionStatus->sessionState() == sessionConnected;
+  }
+  if (vsmStep == VsmStep::heartbeat && connected) {
     BatchedRestRequest::Ptr batch = batchedRestRequestFactory(fresh("vshieldData"), vsBatch, httpGET);
     for (const VsEndpoint& e : kVsData) {
       RestRequest::Ptr r = restRequestFactory(Kel::Name(e.name), e.type, httpGET);
@@ -322,9 +338,27 @@ std::vector<std::string> HostAgent::Impl::postRound(bool firstRound) {
       }
       batch->restRequestIs(r);
     }
-    names.push_back(postRest(batch));
+    vsmPending = postRest(batch);
+    vsmStep = VsmStep::data;
+    return;
   }
-  return names;
+  if (vsmStep != VsmStep::idle) {
+    vsmStep = VsmStep::idle;
+    vsmNext = now() + o.pollEvery;
+  }
+  if (now() < vsmNext) return;
+  RestRequest::Ptr hb = restRequestFactory(fresh(kHeartbeat.name), kHeartbeat.type, httpGET);
+  hb->endPointIs(kHeartbeat.path);
+  vsmPending = postRest(hb);
+  vsmStep = VsmStep::heartbeat;
+}
+
+// Until the vShield round has ended, or `seconds` have passed.
+void HostAgent::Impl::awaitVsmRound(double seconds) {
+  for (double until = now() + seconds; restThread && now() < until; std::this_thread::sleep_for(std::chrono::milliseconds(20))) {
+    vsmRound();
+    if (vsmStep == VsmStep::idle) return;
+  }
 }
 
 void HostAgent::Impl::checkCounters() {
@@ -392,6 +426,7 @@ int HostAgent::Impl::live(std::string loop) {
       round = postRound(false);
       nextRound = now() + o.pollEvery;
     }
+    vsmRound();
     Snapshot s = snapshot();
     if (o.json) {
       std::string a = renderJson(last, false), b = renderJson(s, false);
@@ -429,6 +464,7 @@ int HostAgent::run() {
   if (afterFirstSync) afterFirstSync(a.snapshot());
 
   a.addInterfaces();
+  a.vsmRound();
   std::vector<std::string> names = a.postRound(true);
   for (const std::string& n : names) a.served.wait(n, kRequestTimeout);
   if (a.discoverInterfaces())
@@ -440,6 +476,9 @@ int HostAgent::run() {
     a.checkCounters();
   }
 
+  // --once waits for vShield Manager's answer, or its time-outs; the live
+  // view shows it when it comes.
+  a.awaitVsmRound(a.o.once ? 3 * (a.o.connectTimeout + a.o.vsmTimeout) : 2);
   a.print(a.snapshot());
   if (afterFirstView) afterFirstView();
   if (a.o.once) return 0;

@@ -36,7 +36,7 @@ std::string usage(const std::string& program) {
          "  --connect-timeout SECONDS to get a connection to either peer (default 10)\n"
          "  --reply-timeout SECONDS   for a vCenter reply (default 600); the update loop\n"
          "                            waits for vCenter's first byte as long as it takes\n"
-         "  --vsm-timeout SECONDS     for a whole vShield Manager exchange (default 120)\n"
+         "  --vsm-timeout SECONDS     for a whole vShield Manager exchange (default 60)\n"
          "  --max-reply-mb MB         largest vCenter reply (default 1024)\n"
          "  --vsm-max-reply-mb MB     largest vShield Manager reply (default 256)\n"
          "  --ca-file FILE            check vCenter's certificate against these CAs\n"

@@ -22,7 +22,7 @@ struct Options {
   // Limits of the exchanges with the peers.
   double connectTimeout = 10;  // seconds, both peers
   double replyTimeout = 600;   // seconds for a vCenter reply (the update loop waits for its first byte apart)
-  double vsmTimeout = 120;     // seconds for a whole vShield Manager exchange
+  double vsmTimeout = 60;      // seconds for a whole vShield Manager exchange
   double maxReplyMb = 1024, vsmMaxReplyMb = 256;
   std::string caFile, vsmCaFile;  // certificates are checked only against these
   std::string vsmProxy = "direct";  // "direct", "env" (the environment's), or a proxy URL

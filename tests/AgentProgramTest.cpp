@@ -9,6 +9,7 @@
 #include <spawn.h>
 #include <sys/wait.h>
 
+#include <chrono>
 #include <cstdio>
 #include <fstream>
 #include <set>
@@ -273,6 +274,29 @@ TEST(AgentProgram, LiveJsonFollowsChangesUntilInterrupted) {
   EXPECT_NE(ended.find("HARBEC_RPC_FAULT: The RPC WaitForUpdates failed. (WaitForUpdates: "), std::string::npos) << ended;
   EXPECT_NE(ended.find("; starting it again in 1 s"), std::string::npos) << ended;
   EXPECT_EQ(agent.line(0).rfind("{\"interfaces\":[", 0), 0u) << "a fresh view";
+  EXPECT_EQ(agent.stop(SIGINT), "exit 0");
+}
+
+// A vShield Manager that accepts and never answers holds up nothing of the
+// vCenter side: the first view comes, and a change in vCenter reaches it
+// within two seconds.
+TEST(AgentProgram, HungVshieldManagerDelaysNothingOfVcenter) {
+  vcsim::Simulator vc(kUser, kPassword);
+  vsmstub::Stub vsm;
+  vsm.serve("*", R"("hang":true)");
+  std::string vm = peer::values(vc.call("GET", "/inventory"), "ref").back();
+  for (const std::string& ref : peer::values(vc.call("GET", "/inventory"), "ref"))
+    if (ref.rfind("vm-", 0) == 0) vm = ref;
+  Running agent({"--vcenter", vc.url, "--user", kUser, "--password-file", "-", "--vsm", vsm.url, "--vsm-user", "admin",
+                 "--vsm-password-file", "-", "--json", "--quiet"},
+                "vmware\ndefault\n");
+  std::string first = agent.line(0);
+  ASSERT_EQ(first.rfind("{\"interfaces\":[", 0), 0u) << first;
+  vc.call("POST", "/vm/power", "{\"vm\":\"" + vm + "\",\"state\":\"poweredOff\"}");
+  auto changed = std::chrono::steady_clock::now();
+  std::string doc = agent.line(0);
+  EXPECT_LT(std::chrono::steady_clock::now() - changed, std::chrono::seconds(2));
+  EXPECT_NE(doc.find("\"ref\":\"" + vm + "\",\"power\":\"off\""), std::string::npos) << doc;
   EXPECT_EQ(agent.stop(SIGINT), "exit 0");
 }
 

@@ -193,6 +193,18 @@ TEST_F(HarbecSmTest, FailedConnectsThenAGoodOne) {
   EXPECT_EQ(log.take().size(), 1u);
 }
 
+// Certificates are taken as they come, unless the agent gives CAs: then the
+// simulator's self-signed one is refused.
+TEST_F(HarbecSmTest, CertificateCheckedOnlyAgainstTheGivenCas) {
+  Session s("Worker", sim->url);
+  s.config->caFileIs("/etc/ssl/certs/ca-certificates.crt");
+  s.connect();
+  EXPECT_EQ(s.state(), sessionDisconnected);
+  Kel::ActivityLockAnchor anchor;
+  EXPECT_EQ(s.soapStatus->lastFailureDetail().str().rfind("RetrieveServiceContent: TLS failure: ", 0), 0u)
+      << s.soapStatus->lastFailureDetail();
+}
+
 // A probe of a live session: CurrentTime goes out, and its success is not
 // counted, though it is the message last sent.
 TEST_F(HarbecSmTest, ConnectionStatusOnALiveSession) {

@@ -134,4 +134,33 @@ INSTANTIATE_TEST_SUITE_P(All, VsFaultMatrix, testing::Combine(testing::ValuesIn(
                            return std::string(std::get<0>(i.param).name) + "_" + std::get<1>(i.param).name;
                          });
 
+// The HTTPS road, as real managers serve it with a self-signed certificate:
+// taken as it is by default, refused when a CA file is given that did not
+// sign it.
+TEST(VsTls, SelfSignedManager) {
+  vsmstub::Stub stub(true);
+  stub.serve("api/2.0/global/heartbeat", R"("generate":{"kind":"heartbeat"})");
+  ASSERT_EQ(stub.url.rfind("https://", 0), 0u);
+  RestStatus::Ptr rest = restStatusFactory("rest");
+  SessionStatus::Ptr session = sessionStatusFactory("session");
+  VsConfig::Ptr config = vsConfigFactory("config");
+  config->urlIs(stub.url);
+  config->usernameIs("admin");
+  config->passwordIs("default");
+  VmwareVsSm::Ptr sm = vmwareVsSmFactory(rest, session, config, vSFactory("vs"), false);
+  testsupport::LogCapture log;
+  auto heartbeat = [&] {
+    RestRequest::Ptr r = restRequestFactory("heartbeat", vsHeartBeat, httpGET);
+    r->endPointIs("api/2.0/global/heartbeat");
+    sm->processRestRequest(r);
+    Kel::ActivityLockAnchor anchor;
+    return session->sessionState();
+  };
+  EXPECT_EQ(heartbeat(), sessionConnected);
+  config->caFileIs("/etc/ssl/certs/ca-certificates.crt");
+  EXPECT_EQ(heartbeat(), sessionDisconnected);
+  Kel::ActivityLockAnchor anchor;
+  EXPECT_EQ(rest->lastFailureDetail().str().rfind("certificate not trusted: ", 0), 0u) << rest->lastFailureDetail();
+}
+
 }  // namespace
