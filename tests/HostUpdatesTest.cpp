@@ -92,6 +92,10 @@ class HostUpdates : public ::testing::Test {
 };
 
 // Where a NIC is mapped: switchId dvsName uplinkPortKey uplinkName mtu deviceName.
+ns2__DistributedVirtualSwitchHostMemberPnicBacking* pnicBacking(ns2__HostProxySwitch* p) {
+  return dynamic_cast<ns2__DistributedVirtualSwitchHostMemberPnicBacking*>(p->spec->backing);
+}
+
 std::string mapping(Pnic::Ptr p) {
   std::ostringstream os;
   os << p->switchId() << "|" << p->dvsName() << "|" << p->uplinkPortKey() << "|" << p->uplinkName() << "|"
@@ -282,6 +286,30 @@ TEST_F(HostUpdates, WhatTheConfigurationNoLongerNamesIsSwept) {
   EXPECT_EQ(host->pnic("vmnic0")->configId(), 2u);
   // Ids of NICs are not reused.
   EXPECT_EQ(host->pnic("vmnic2")->pnicId(), 3);
+}
+
+// What the schema lets vCenter leave out, where the handlers would have
+// needed it: the part that is missing keeps what it held.
+TEST_F(HostUpdates, WhatVcenterMayLeaveOutKeepsItsValue) {
+  proxy("dvs-uuid", "vmnic0", {{"16", "uplink1"}});
+  pnic("vmnic0");
+  vmk("vmk0", "10.0.0.5", "255.255.255.0");
+  apply(ns2__ObjectUpdateKind__enter, "host-1", {network(), name("esx-01")});
+  EsxHost::Ptr host = vi->esxHost("host-1");
+  ASSERT_EQ(mapping(host->pnic("vmnic0")), "dvs-uuid|DSwitch|16|uplink1|9000|vmnic0");
+
+  proxy("dvs-uuid", "vmnic0", {{"16", "uplink1"}});
+  net->proxySwitch.back()->mtu = nullptr;
+  pnicBacking(net->proxySwitch.back())->pnicSpec.back()->uplinkPortKey = nullptr;
+  pnic("vmnic0");
+  net->vnic.push_back(soap_new_req_ns2__HostVirtualNic(soap, "vmk0", "key-vmk0", "Management Network"));
+  apply(ns2__ObjectUpdateKind__modify, "host-1", {network(), change("name", nullptr)});
+  EXPECT_EQ(mapping(host->pnic("vmnic0")), "dvs-uuid|DSwitch|16|uplink1|9000|vmnic0");
+  EXPECT_EQ(host->hostName(), "esx-01");
+  for (Vnic::Ptr v : {host->vnic("vmk0"), host->vm()->vnic("vmk0")}) {
+    ASSERT_TRUE(v);
+    EXPECT_EQ(v->ipAddrWithMask().addr().stringValue(), "10.0.0.5");
+  }
 }
 
 }  // namespace

@@ -127,8 +127,7 @@ void processKernelVnics(Vm::Ptr kernel, ns2__HostNetworkInfo* networkInfo) {
   for (ns2__HostVirtualNic* hostVnic : networkInfo->vnic) {
     HARBEC_TRACE(7, "Processing Vnic " << hostVnic->device);
     Vnic::Ptr vnic = kernel->vnicIs(Kel::Name(hostVnic->device));
-    ns2__HostVirtualNicSpec* spec = hostVnic->spec;
-    KEL_ASSERT(spec);
+    const ns2__HostVirtualNicSpec* spec = specOf(hostVnic);
     if (spec->mtu) {
       vnic->mtuIs(static_cast<unsigned>(*spec->mtu));
       HARBEC_TRACE(7, "Mtu " << *spec->mtu);

@@ -37,13 +37,19 @@ bool mapToProxySwitch(ns2__HostNetworkInfo* networkInfo, Pnic::Ptr pnic, const K
     if (!backing) continue;
     for (ns2__DistributedVirtualSwitchHostMemberPnicSpec* pnicSpec : backing->pnicSpec) {
       if (pnicSpec->pnicDevice != deviceName.str()) continue;
-      // A proxy switch that names a NIC gives its uplink port and its MTU.
-      KEL_ASSERT(pnicSpec->uplinkPortKey && proxy->mtu);
+      // A proxy switch that names a NIC gives its uplink port and its MTU;
+      // where vCenter leaves either out, the NIC keeps what it had.
       pnic->deviceNameIs(deviceName);
-      pnic->uplinkPortKeyIs(*pnicSpec->uplinkPortKey);
+      if (pnicSpec->uplinkPortKey)
+        pnic->uplinkPortKeyIs(*pnicSpec->uplinkPortKey);
+      else
+        HARBEC_TRACE(3, "pnic " << deviceName << ": no uplink port key");
       pnic->dvsNameIs(proxy->dvsName);
       pnic->switchIdIs(proxy->dvsUuid);
-      pnic->mtuIs(static_cast<unsigned>(*proxy->mtu));
+      if (proxy->mtu)
+        pnic->mtuIs(static_cast<unsigned>(*proxy->mtu));
+      else
+        HARBEC_TRACE(3, "proxy switch " << proxy->dvsName << ": no MTU");
       HARBEC_TRACE(7, "uplinkPortKey " << pnic->uplinkPortKey());
       // Of several entries with the key, the last one counts.
       for (ns2__KeyValue* uplink : proxy->uplinkPort) {
@@ -82,6 +88,14 @@ bool mapToVswitch(EsxHost::Ptr host, ns2__HostNetworkInfo* networkInfo, Pnic::Pt
 
 }  // namespace
 
+const ns2__HostVirtualNicSpec* specOf(const ns2__HostVirtualNic* hostVnic) {
+  if (hostVnic->spec) return hostVnic->spec;
+  // Taken as a spec of which every part is left out: what the NIC had stays.
+  HARBEC_TRACE(3, "Vnic " << hostVnic->device << ": no spec");
+  static const ns2__HostVirtualNicSpec empty;
+  return &empty;
+}
+
 void hostVnicAddressIs(Vnic::Ptr vnic, const ns2__HostIpConfig* ip) {
   if (!ip || !ip->ipAddress || !ip->subnetMask) return;
   Brindle::IpAddr address;
@@ -118,9 +132,7 @@ void inflateHostVnic(Vnic::Ptr vnic, ns2__HostVirtualNic* hostVnic) {
   HARBEC_TRACE(5, "void Harbec::inflateHostVnic(Harbec::Vnic::Ptr, ns2__HostVirtualNic*)");
   HARBEC_TRACE(6, "Vnic Key: " << hostVnic->key << " Device: " << hostVnic->device << " PortGroup: "
                                << hostVnic->portgroup);
-  // Every HostVirtualNic comes with its spec.
-  ns2__HostVirtualNicSpec* spec = hostVnic->spec;
-  KEL_ASSERT(spec);
+  const ns2__HostVirtualNicSpec* spec = specOf(hostVnic);
   vnic->labelIs(hostVnic->device);
   HARBEC_TRACE(6, "Label " << hostVnic->device);
   hostVnicAddressIs(vnic, spec->ip);

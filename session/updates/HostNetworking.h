@@ -27,5 +27,7 @@ void processHostNetwork(VI::Ptr vi, EsxHost::Ptr host, ns2__HostNetworkInfo* net
 // Sets the address of a VMkernel NIC from its IP configuration, when that
 // holds both an address and a mask; otherwise the NIC keeps its address.
 void hostVnicAddressIs(Vnic::Ptr vnic, const ns2__HostIpConfig* ip);
+// A VMkernel NIC's spec; one with nothing in it where vCenter left it out.
+const ns2__HostVirtualNicSpec* specOf(const ns2__HostVirtualNic* hostVnic);
 
 }  // namespace Harbec

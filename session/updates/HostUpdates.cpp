@@ -55,8 +55,11 @@ void processHardware(EsxHost::Ptr host, ns2__HostHardwareInfo* hardware, PciTabl
 // The host's name, also on its kernel machine, which counts as powered on.
 void processName(EsxHost::Ptr host, xsd__anyType* val) {
   HARBEC_TRACE(6, "Name Update");
-  // vCenter sends the name always with a value.
-  KEL_ASSERT(val);
+  // A name change without a value leaves the name as it was.
+  if (!val) {
+    HARBEC_TRACE(3, "Name Update without a value");
+    return;
+  }
   Kel::String8 name = simpleValue(val);
   host->hostNameIs(name);
   host->vm()->hostNameIs(name);
