@@ -81,7 +81,7 @@ class String8 {
   String8& operator+=(const char* s) { return *this = *this + s; }
   String8& operator+=(const String8& s) { return *this = *this + s; }
 
-  const char* charPtr() const { return d_ ? reinterpret_cast<const char*>(d_->bytes) : ""; }
+  const char* charPtr() const { return d_ ? reinterpret_cast<const char*>(d_->bytes) : kEmpty; }
   size_t length() const { return d_ ? d_->length : 0; }
   size_t size() const { return length(); }
   bool empty() const { return length() == 0; }
@@ -110,6 +110,9 @@ class String8 {
   static uint32_t hashBytes(const char* s, size_t n);
 
  private:
+  // One address for every empty string: begin() and end() of one must meet,
+  // which two "" literals need not do.
+  static constexpr char kEmpty[1] = {};
   static uint32_t emptyHash() { return 2166136261u; }
   void assign(const char* s, size_t n);
   void ref() const { if (d_) d_->count.fetch_add(1, std::memory_order_relaxed); }

@@ -33,12 +33,11 @@ const char* const kFaultNames[] = {"refused",  "drop",    "dropMidReply", "silen
                                    "truncate", "corrupt", "wrongShape",   "soapFault", "status401",
                                    "status403", "status500", "status503",  "huge"};
 
-// How a child ended: "exit N", "abort" (an assertion), "signal N".
-std::string ending(int status) {
-  if (WIFEXITED(status)) return "exit " + std::to_string(WEXITSTATUS(status));
-  if (WIFSIGNALED(status)) return WTERMSIG(status) == SIGABRT ? "abort" : "signal " + std::to_string(WTERMSIG(status));
-  return "?";
-}
+// A cell's child may end by design (exit(-1), an assertion); what a process
+// that ends so holds at its end is no leak, and LeakSanitizer, which would
+// change its exit status, looks away.
+bool inCell = false;
+extern "C" int __lsan_is_turned_off() { return inCell; }
 
 class FaultMatrix : public testing::TestWithParam<std::tuple<const char*, Fault>> {
  protected:
@@ -247,11 +246,13 @@ std::string expectedReport(const std::string& name, Fault fault, char outcome) {
 }
 
 TEST_P(FaultMatrix, Cell) {
-  const auto& [cname, fault] = GetParam();
+  const std::string cname = std::get<0>(GetParam());
+  const Fault fault = std::get<1>(GetParam());
   const std::string name = cname;
   const Exchange& x = exchanges().at(name);
   const char outcome = kOutcomes.at(name)[static_cast<int>(fault)];
   auto run = [&] {
+    inCell = true;
     std::unique_ptr<vcsim::Simulator> own;
     if (fault == Fault::refused) own = std::make_unique<vcsim::Simulator>(kUser, kPassword);
     Cell c(own ? own->url : sim->url, updateThreadCall(name) ? "UpdateThread" : "Worker");

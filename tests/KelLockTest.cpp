@@ -9,13 +9,10 @@
 
 #include "Kel/Exception.h"
 #include "Kel/Lock.h"
+#include "Kel/Sanitizers.h"
 
-#if defined(__SANITIZE_THREAD__)
+#if defined(KEL_UNDER_TSAN)
 #define KELTEST_TSAN 1
-#elif defined(__has_feature)
-#if __has_feature(thread_sanitizer)
-#define KELTEST_TSAN 1
-#endif
 #endif
 
 namespace {

@@ -50,7 +50,8 @@ TEST(PtrWord, CountAndFlagsHaveTheirBits) {
   p->hasNotificationActiveIs(false);
   p->kelDoZombieReactors(false);
   EXPECT_EQ(p->word(), 1u);
-  p = p;  // self-assignment keeps the object
+  ProbePtr& same = p;
+  p = same;  // self-assignment keeps the object
   EXPECT_EQ(deaths, 0);
   p = nullptr;
   EXPECT_EQ(deaths, 1);

@@ -7,6 +7,7 @@
 #include <cstring>
 #include <memory>
 
+#include "Kel/Sanitizers.h"
 #include "messaging/HarbecTrace.h"
 #include "messaging/TextUtils.h"
 #include "vshield/HttpRetrieval.h"
@@ -16,10 +17,10 @@ using namespace Harbec;
 using Words = std::vector<std::string>;
 
 // A refused allocation must come back as null here, as it does in production.
-#if defined(__SANITIZE_ADDRESS__)
+#if defined(KEL_UNDER_ASAN)
 extern "C" const char* __asan_default_options() { return "allocator_may_return_null=1"; }
 #endif
-#if defined(__SANITIZE_THREAD__)
+#if defined(KEL_UNDER_TSAN)
 extern "C" const char* __tsan_default_options() { return "allocator_may_return_null=1"; }
 #endif
 

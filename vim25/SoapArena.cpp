@@ -1,5 +1,7 @@
 #include "SoapArena.h"
 
+#include "Kel/Sanitizers.h"
+
 #include <stdsoap2.h>
 #include <sys/mman.h>
 
@@ -10,7 +12,7 @@ namespace Vim25 {
 
 namespace {
 
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#if defined(KEL_UNDER_ASAN) || defined(KEL_UNDER_TSAN)
 constexpr bool kEnabled = false;
 #else
 constexpr bool kEnabled = true;
