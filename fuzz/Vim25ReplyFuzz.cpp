@@ -41,6 +41,7 @@ struct Live {
   HarbecSm::Ptr sm = harbecSmFactory(soapStatusFactory("soapStatus"), sessionStatusFactory("sessionStatus"),
                                      "UpdateThread", viConfigFactory("viConfig"), vi, false);
   unsigned inputs = 0;
+  size_t read = 0;  // inputs whose replies the reader took
 };
 
 bool is(const ns2__ObjectUpdate* u, const char* type) { return u && u->obj && u->obj->type && *u->obj->type == type; }
@@ -107,10 +108,17 @@ void keepPortsWithNics(const VI::Ptr& vi, _ns2__FetchDVPortsResponse& reply) {
   reply.returnval = kept;
 }
 
+Live* live() {
+  static Live* live = new Live();
+  return live;
+}
+
 }  // namespace
 
+extern "C" size_t harbecInputsRead() { return live()->read; }
+
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  static Live* live = new Live();
+  Live* live = ::live();
   if (size < 1) return 0;
   VimBinding* vim = live->sm->vim();
   std::istringstream in(std::string(reinterpret_cast<const char*>(data) + 1, size - 1));
@@ -120,6 +128,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     case 0: {
       _ns2__WaitForUpdatesResponse reply;
       if (soap_recv___ns2__WaitForUpdates(vim->soap, reply) == SOAP_OK && reply.returnval) {
+        ++live->read;
         {
           Kel::ActivityLockAnchor anchor;
           keepKindsConsistent(vi, reply.returnval);
@@ -131,6 +140,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     case 1: {
       _ns2__FetchDVPortsResponse reply;
       if (soap_recv___ns2__FetchDVPorts(vim->soap, reply) == SOAP_OK) {
+        ++live->read;
         {
           Kel::ActivityLockAnchor anchor;
           keepPortsWithNics(vi, reply);
@@ -142,6 +152,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     case 2: {
       _ns2__QueryNetworkHintResponse reply;
       if (soap_recv___ns2__QueryNetworkHint(vim->soap, reply) == SOAP_OK) {
+        ++live->read;
         std::string host;
         {
           Kel::ActivityLockAnchor anchor;
@@ -155,9 +166,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     case 3: {
       _ns2__RetrieveServiceContentResponse content;
       _ns2__LoginResponse login;
-      if (soap_recv___ns2__RetrieveServiceContent(vim->soap, content) == SOAP_OK && content.returnval &&
-          content.returnval->rootFolder && content.returnval->rootFolder->type)
-        copyMOR(&rootFolderRef, content.returnval->rootFolder);
+      if (soap_recv___ns2__RetrieveServiceContent(vim->soap, content) == SOAP_OK) {
+        ++live->read;
+        if (content.returnval && content.returnval->rootFolder && content.returnval->rootFolder->type)
+          copyMOR(&rootFolderRef, content.returnval->rootFolder);
+      }
       soap_recv___ns2__Login(vim->soap, login);
       break;
     }

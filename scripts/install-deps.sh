@@ -6,7 +6,7 @@ packages=(
   cmake g++ make pkg-config
   libgtest-dev libbenchmark-dev
   gsoap libgsoap-dev libssl-dev
-  libcurl4-openssl-dev libpugixml-dev golang-go golang-github-vmware-govmomi-dev
+  libcurl4-openssl-dev libpugixml-dev golang-go golang-github-vmware-govmomi-dev python3
   clang-14 libclang-rt-14-dev gcovr
 )
 
