@@ -479,6 +479,7 @@ int HostAgent::run() {
   // --once waits for vShield Manager's answer, or its time-outs; the live
   // view shows it when it comes.
   a.awaitVsmRound(a.o.once ? 3 * (a.o.connectTimeout + a.o.vsmTimeout) : 2);
+  if (beforeFirstView) beforeFirstView();
   a.print(a.snapshot());
   if (afterFirstView) afterFirstView();
   if (a.o.once) return 0;

@@ -34,8 +34,8 @@ class HostAgent {
   // Called once, after the first full inventory has arrived and before the
   // first round of requests; the demo sets up its neighbours there.
   std::function<void(const Snapshot&)> afterFirstSync;
-  // Called once the first view has been printed.
-  std::function<void()> afterFirstView;
+  // Called as the first view starts to be printed, and once it has been.
+  std::function<void()> beforeFirstView, afterFirstView;
 
   // Runs until done (--once) or for ever; the exit status.
   int run();

@@ -16,13 +16,20 @@ namespace {
 
 using namespace HarbecAgent;
 
-std::atomic<bool> viewShown{false};
+enum View { beforeView, printingFirstView, viewShown };
+std::atomic<int> view{beforeView};
+std::atomic<bool> stopAsked{false};
 
 // A signal ends the work at once, ahead of the demo's peers, which a
 // terminal's interrupt reaches too (see finish). What was printed has been
-// flushed line by line. Before the first view it is a failure to say so.
+// flushed line by line. Before the first view it is a failure to say so;
+// while the first view is being printed, the end waits for it to be whole
+// (the signal may come on any thread: the flag is set before the view is
+// looked at, the view marked shown before the flag is).
 void onSignal(int) {
-  if (viewShown) _exit(exitDone);
+  stopAsked = true;
+  if (view == viewShown) _exit(exitDone);
+  if (view == printingFirstView) return;
   const char line[] = "harbec-agent: interrupted before the first view\n";
   ssize_t written = write(STDERR_FILENO, line, sizeof line - 1);
   (void)written;
@@ -45,6 +52,7 @@ void onSignal(int) {
 int work(Settings settings) {
   struct sigaction sa {};
   sa.sa_handler = onSignal;
+  sa.sa_flags = SA_RESTART;  // a view being printed goes on whole
   sigaction(SIGINT, &sa, nullptr);
   sigaction(SIGTERM, &sa, nullptr);
   signal(SIGPIPE, SIG_IGN);
@@ -69,7 +77,11 @@ int work(Settings settings) {
       demo.announce(s);
       if (!settings.options.once) demo.playChanges(s);
     };
-  agent.afterFirstView = [] { viewShown = true; };
+  agent.beforeFirstView = [] { view = printingFirstView; };
+  agent.afterFirstView = [] {
+    view = viewShown;
+    if (stopAsked) finish(exitDone);
+  };
   int status = exitFailed;
   try {
     status = agent.run();

@@ -139,26 +139,6 @@ TEST_F(DvPortStatisticsTest, RefreshTellsVcenterFirstThenFetches) {
   EXPECT_EQ(s.vi->newPorts(), 0u) << "the refresh does not use the list";
 }
 
-// On the plain road a failed call is fatal to the session; the keys in
-// flight are lost, and a failed refresh fetches nothing.
-TEST_F(DvPortStatisticsTest, FailuresAreFatalAndLoseTheKeysInFlight) {
-  seed();
-  sim->fault("FetchDVPorts", "fault", "busy");
-  fetch({3, 4});
-  EXPECT_EQ(log.take(), (Lines{"HARBEC_RPC_FAULT: The RPC FetchDVPorts failed.",
-                               "HARBEC_AGENT_RESTART: Agent restarting due to network error."}));
-  EXPECT_EQ(s.status().lastFailedMsg, "soapMsgFetchDvPorts");
-  {
-    Kel::ActivityLockAnchor anchor;
-    EXPECT_EQ(s.vi->newPorts(), 0u);
-  }
-  sim->fault("RefreshDVPortState", "fault", "busy");
-  refresh({3});
-  EXPECT_EQ(log.take().at(0), "HARBEC_RPC_FAULT: The RPC RefreshDVPortState failed.");
-  EXPECT_EQ(sim->calls().back(), "RefreshDVPortState");
-  EXPECT_EQ(s.status().lastFailedMsg, "soapMsgRefreshDvPort");
-}
-
 TEST_F(DvPortStatisticsTest, CounterUpdateRequestMovesNothing) {
   seed();
   CounterUpdateRequest::Ptr request = counterUpdateRequestFactory("counters");
