@@ -89,9 +89,12 @@ pid_t spawn(const std::function<int()>& work, int* errFd) {
 int await(pid_t pid, Relay& relay) {
   bool open = true;
   double killAt = 0;
+  // Once its standard error has closed, a child is usually about to be
+  // reaped: look again soon, then less often.
+  int closedLooks = 0;
   for (;;) {
     if (open) open = relay.pump(200);
-    else std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    else std::this_thread::sleep_for(std::chrono::milliseconds(closedLooks++ < 50 ? 1 : 50));
     int status = 0;
     if (waitpid(pid, &status, WNOHANG) == pid) {
       while (open && (open = relay.pump(100))) {
@@ -142,6 +145,7 @@ int supervise(const std::function<int()>& work, const SupervisorOptions& options
   sa.sa_handler = onStop;
   sigaction(SIGINT, &sa, nullptr);
   sigaction(SIGTERM, &sa, nullptr);
+  stopSignal = 0;
   double delay = options.firstDelay;
   for (;;) {
     int fd = -1;
