@@ -15,10 +15,10 @@ package main
 // a record's index. Record i (0-based, counted from startIndex) has the number i+1 in
 // its ids and names.
 //
-// Unless "minimal" is set, records also carry the elements a real manager
-// sends and the library must skip: nested objectId/name/revision inside
-// switch, scope and type blocks, extendedAttributes, and so on. A reader
-// that searches descendants instead of direct children trips over them.
+// Records also carry the elements a real manager sends and the library
+// must skip: nested objectId/name/revision inside switch, scope and type
+// blocks, extendedAttributes, and so on. A reader that searches
+// descendants instead of direct children trips over them.
 
 import (
 	"bytes"
@@ -39,51 +39,29 @@ type GenOptions struct {
 	StartIndex int `json:"startIndex"` // index of the first record; ids follow the index
 	TotalCount int `json:"totalCount"` // virtualWires pagingInfo totalCount; default startIndex+count
 	PageSize   int `json:"pageSize"`   // virtualWires pagingInfo pageSize; default count
-	// TargetBytes, when set, raises count until the document has at least
-	// this many bytes (for large replies; count then is a lower bound).
-	TargetBytes int64 `json:"targetBytes"`
 
-	Revision    int    `json:"revision"`    // revision of every unchanged record; default 1
-	IDPrefix    string `json:"idPrefix"`    // default per kind: virtualwire-, vdnscope-, domain-c, multicastrange-, segmentrange-
-	IDBase      *int   `json:"idBase"`      // number of record 0 in ids; default 1 (clusterMappings: 101)
-	NamePrefix  string `json:"namePrefix"`  // default per kind: vw-, scope-, Cluster-, mcast-, vni-
-	NameStyle   string `json:"nameStyle"`   // plain (default), spaced (runs of blanks around the words), escaped (& < > " ')
-	IDElement   string `json:"idElement"`   // objectId or id; default objectId, id for the two range kinds
-	Minimal     bool   `json:"minimal"`     // only the elements the library reads
-	RootElement string `json:"rootElement"` // override of the document element's name
+	Revision int `json:"revision"` // revision of every unchanged record; default 1
 
-	// virtualWires
-	Scope         string `json:"scope"`         // vdnScopeId; default vdnscope-1
-	VniBase       *int   `json:"vniBase"`       // vdnId of record 0; default 5000
-	MulticastBase string `json:"multicastBase"` // multicastAddr of record 0, then +1 per record; default 239.0.0.1
-	PortGroups    *int   `json:"portGroups"`    // vdsContextWithBacking per wire; default 1
-	PortGroupBase *int   `json:"portGroupBase"` // default 1000: wire i, group j -> dvportgroup-(base + i*portGroups + j)
+	// virtualWires: record i has vdnId 5000+i and multicastAddr 239.0.0.1+i
+	Scope      string `json:"scope"`      // vdnScopeId; default vdnscope-1
+	PortGroups *int   `json:"portGroups"` // vdsContextWithBacking per wire; default 1: wire i, group j -> dvportgroup-(1000 + i*portGroups + j)
 
 	// vdnScopes
-	Clusters    *int `json:"clusters"`    // clusters per scope; default 2
-	ClusterBase *int `json:"clusterBase"` // default 101: scope i, cluster j -> domain-c(base + i*clusters + j)
+	Clusters *int `json:"clusters"` // clusters per scope; default 2: scope i, cluster j -> domain-c(101 + i*clusters + j)
 
 	// clusterMappings (and the switch/scope blocks elsewhere)
 	Datacenter string `json:"datacenter"` // scope id of a cluster; default datacenter-2
 	Dvs        string `json:"dvs"`        // switch objectId; default dvs-21
 
-	// multicastRanges, segmentRanges
-	RangeBase *int64 `json:"rangeBase"` // segmentRanges: begin of record 0, default 5000; multicastRanges: not used
-	RangeSize *int64 `json:"rangeSize"` // segmentRanges default 1000; multicastRanges default 65536 (addresses)
-	RangeAddr string `json:"rangeAddr"` // multicastRanges: begin of record 0; default 239.0.0.0
-
-	// heartbeat
-	Version      string `json:"version"`      // versionInfo text; default 5.5.4-3068850
-	VersionStyle string `json:"versionStyle"` // text (default), structured (child elements, no text), none (no versionInfo)
+	// multicastRanges: record i covers 65536 addresses from 239.0.0.0 on;
+	// segmentRanges: 1000 numbers from 5000 on.
 
 	// Deterministic changes, for poll-over-poll benchmarks.
 	ChangePercent float64 `json:"changePercent"` // share of records changed, 0..100
-	ChangeOffset  int     `json:"changeOffset"`  // shifts which records are picked
 	ChangeField   string  `json:"changeField"`   // field changed besides the revision; default name
 	RevisionBump  *int    `json:"revisionBump"`  // a changed record's revision is revision + bump*generation; default 1
 	Generation    int     `json:"generation"`    // default 1; changed values carry it, so generation 2 differs from 1
 	RemovePercent float64 `json:"removePercent"` // share of records left out of the reply
-	RemoveOffset  int     `json:"removeOffset"`  // shifts which records are left out
 	AddCount      int     `json:"addCount"`      // extra records after the last index (startIndex+count, or totalCount if larger)
 }
 
@@ -143,30 +121,25 @@ func intOr(p *int, d int) int {
 	return *p
 }
 
-func int64Or(p *int64, d int64) int64 {
-	if p == nil {
-		return d
-	}
-	return *p
-}
+// First numbers and addresses of the generated records.
+const (
+	vniBase     = 5000
+	pgBase      = 1000
+	clusterBase = 101
+	mcastBase   = 239<<24 + 1 // 239.0.0.1
+	rangeAddr   = 239 << 24   // 239.0.0.0
+	rangeBase   = 5000
+	version     = "5.5.4-3068850"
+)
 
 // gen holds generator options with their defaults filled in.
 type gen struct {
 	GenOptions
-	k                                   genKind
-	idBase, vniBase, portGroups, pgBase int
-	clusters, clusterBase, bump         int
-	mcastBase, rangeAddr                uint32
-	rangeBase, rangeSize                int64
-	changePPM, removePPM                int64
-}
-
-func parseIPv4(s string) (uint32, error) {
-	ip := net.ParseIP(s).To4()
-	if ip == nil {
-		return 0, fmt.Errorf("not an IPv4 address: %q", s)
-	}
-	return binary.BigEndian.Uint32(ip), nil
+	k                    genKind
+	portGroups, clusters int
+	bump                 int
+	rangeSize            int64
+	changePPM, removePPM int64
 }
 
 func ipv4String(v uint32) string {
@@ -195,31 +168,6 @@ func newGen(s GenOptions) (*gen, error) {
 	if g.Revision == 0 {
 		g.Revision = 1
 	}
-	if g.IDPrefix == "" {
-		g.IDPrefix = k.idPrefix
-	}
-	if g.NamePrefix == "" {
-		g.NamePrefix = k.namePrefix
-	}
-	if g.IDElement == "" {
-		g.IDElement = k.idElement
-	}
-	if s.Kind != "heartbeat" && g.IDElement != "objectId" && g.IDElement != "id" {
-		return nil, fmt.Errorf("idElement must be objectId or id")
-	}
-	switch g.NameStyle {
-	case "":
-		g.NameStyle = "plain"
-	case "plain", "spaced", "escaped":
-	default:
-		return nil, fmt.Errorf("nameStyle must be plain, spaced or escaped")
-	}
-	if g.RootElement == "" {
-		g.RootElement = k.root
-	}
-	if !validXMLName(g.RootElement) {
-		return nil, fmt.Errorf("rootElement %q is not an XML name", g.RootElement)
-	}
 	if g.Scope == "" {
 		g.Scope = "vdnscope-1"
 	}
@@ -228,16 +176,6 @@ func newGen(s GenOptions) (*gen, error) {
 	}
 	if g.Dvs == "" {
 		g.Dvs = "dvs-21"
-	}
-	if g.Version == "" {
-		g.Version = "5.5.4-3068850"
-	}
-	switch g.VersionStyle {
-	case "":
-		g.VersionStyle = "text"
-	case "text", "structured", "none":
-	default:
-		return nil, fmt.Errorf("versionStyle must be text, structured or none")
 	}
 	if g.Generation == 0 {
 		g.Generation = 1
@@ -254,57 +192,19 @@ func newGen(s GenOptions) (*gen, error) {
 			return nil, fmt.Errorf("changeField of %s must be one of %s", s.Kind, strings.Join(k.changeFields, ", "))
 		}
 	}
-	g.idBase = intOr(s.IDBase, k.idBase)
-	g.vniBase = intOr(s.VniBase, 5000)
 	g.portGroups = intOr(s.PortGroups, 1)
-	g.pgBase = intOr(s.PortGroupBase, 1000)
 	g.clusters = intOr(s.Clusters, 2)
-	g.clusterBase = intOr(s.ClusterBase, 101)
 	g.bump = intOr(s.RevisionBump, 1)
 	if g.portGroups < 0 || g.clusters < 0 {
 		return nil, fmt.Errorf("portGroups and clusters must not be negative")
 	}
-	var err error
-	mb := s.MulticastBase
-	if mb == "" {
-		mb = "239.0.0.1"
-	}
-	if g.mcastBase, err = parseIPv4(mb); err != nil {
-		return nil, err
-	}
-	ra := s.RangeAddr
-	if ra == "" {
-		ra = "239.0.0.0"
-	}
-	if g.rangeAddr, err = parseIPv4(ra); err != nil {
-		return nil, err
-	}
-	g.rangeBase = int64Or(s.RangeBase, 5000)
+	g.rangeSize = 1000
 	if s.Kind == "multicastRanges" {
-		g.rangeSize = int64Or(s.RangeSize, 65536)
-	} else {
-		g.rangeSize = int64Or(s.RangeSize, 1000)
-	}
-	if g.rangeSize < 1 {
-		return nil, fmt.Errorf("rangeSize must be at least 1")
+		g.rangeSize = 65536
 	}
 	g.changePPM = percentToPPM(s.ChangePercent)
 	g.removePPM = percentToPPM(s.RemovePercent)
 	return g, nil
-}
-
-func validXMLName(s string) bool {
-	if s == "" {
-		return false
-	}
-	for i, r := range s {
-		ok := r == '_' || r == ':' || (r >= 'a' && r <= 'z') || (r >= 'A' && r <= 'Z') ||
-			(i > 0 && (r == '-' || r == '.' || (r >= '0' && r <= '9')))
-		if !ok {
-			return false
-		}
-	}
-	return true
 }
 
 // Generate builds the document that the options describe.
@@ -315,49 +215,6 @@ func Generate(s GenOptions) (*GenResult, error) {
 	}
 	if s.Kind == "heartbeat" {
 		return &GenResult{XML: g.heartbeat()}, nil
-	}
-	if s.TargetBytes > 0 {
-		// Measure the cost of a record from the first few, then top up
-		// until the target is met (records grow a little with their numbers).
-		probe := g.GenOptions
-		probe.AddCount, probe.TargetBytes = 0, 0
-		probe.Count = 0
-		empty, err := Generate(probe)
-		if err != nil {
-			return nil, err
-		}
-		probe.Count = 8
-		eight, err := Generate(probe)
-		if err != nil {
-			return nil, err
-		}
-		per := int64(len(eight.XML)-len(empty.XML)) / 8
-		if per < 1 {
-			per = 1
-		}
-		need := int((s.TargetBytes - int64(len(empty.XML)) + per - 1) / per)
-		// Records near the end are larger (more digits): estimate again
-		// with those, which undershoots a little, and top up below.
-		probe.StartIndex += need
-		if far, err := Generate(probe); err == nil {
-			if p := int64(len(far.XML)-len(empty.XML)) / 8; p > per {
-				per = p
-				need = int((s.TargetBytes - int64(len(empty.XML))) / per)
-			}
-		}
-		if need > g.Count {
-			g.Count = need
-		}
-		for {
-			if g.Count+g.AddCount > maxGenRecords {
-				return nil, fmt.Errorf("targetBytes needs more than %d records", maxGenRecords)
-			}
-			r := g.document()
-			if int64(len(r.XML)) >= s.TargetBytes {
-				return r, nil
-			}
-			g.Count += int((s.TargetBytes-int64(len(r.XML)))/per) + 1
-		}
 	}
 	return g.document(), nil
 }
@@ -375,7 +232,7 @@ func (g *gen) document() *GenResult {
 	var b bytes.Buffer
 	b.Grow((g.Count + g.AddCount) * 900)
 	b.WriteString("<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n")
-	open(&b, g.RootElement)
+	open(&b, g.k.root)
 	if g.Kind == "virtualWires" {
 		open(&b, "dataPage")
 		open(&b, "pagingInfo")
@@ -411,12 +268,12 @@ func (g *gen) document() *GenResult {
 	}
 	for j := 0; j < g.Count; j++ {
 		i := g.StartIndex + j
-		r := rec{n: g.idBase + i, index: i, rev: g.Revision}
-		if selected(i+g.RemoveOffset, g.removePPM, ppmScale/2) {
+		r := rec{n: g.k.idBase + i, index: i, rev: g.Revision}
+		if selected(i, g.removePPM, ppmScale/2) {
 			res.Removed = append(res.Removed, g.id(r.n))
 			continue
 		}
-		if selected(i+g.ChangeOffset, g.changePPM, 0) {
+		if selected(i, g.changePPM, 0) {
 			r.changed = true
 			r.rev = g.Revision + g.bump*g.Generation
 			res.Changed = append(res.Changed, g.id(r.n))
@@ -429,34 +286,23 @@ func (g *gen) document() *GenResult {
 	}
 	for j := 0; j < g.AddCount; j++ {
 		i := first + j
-		r := rec{n: g.idBase + i, index: i, rev: g.Revision}
+		r := rec{n: g.k.idBase + i, index: i, rev: g.Revision}
 		res.Added = append(res.Added, g.id(r.n))
 		emit(r)
 	}
 	if g.Kind == "virtualWires" {
 		closeTag(&b, "dataPage")
 	}
-	closeTag(&b, g.RootElement)
+	closeTag(&b, g.k.root)
 	b.WriteByte('\n')
 	res.XML = b.Bytes()
 	return res
 }
 
-func (g *gen) id(n int) string { return g.IDPrefix + strconv.Itoa(n) }
-
-// displayName is the text of a record's name element.
-func (g *gen) displayName(n int) string {
-	switch g.NameStyle {
-	case "spaced":
-		return "  " + g.NamePrefix + "   " + strconv.Itoa(n) + "   "
-	case "escaped":
-		return g.NamePrefix + strconv.Itoa(n) + " <A&B> \"q\" 'a'"
-	}
-	return g.NamePrefix + strconv.Itoa(n)
-}
+func (g *gen) id(n int) string { return g.k.idPrefix + strconv.Itoa(n) }
 
 func (g *gen) names(r rec) (name, desc string) {
-	name = g.displayName(r.n)
+	name = g.k.namePrefix + strconv.Itoa(r.n)
 	desc = "Generated " + g.k.record + " " + strconv.Itoa(r.n)
 	if r.changed {
 		switch g.ChangeField {
@@ -471,32 +317,26 @@ func (g *gen) names(r rec) (name, desc string) {
 
 func (g *gen) common(b *bytes.Buffer, r rec, typeName string) {
 	name, desc := g.names(r)
-	elem(b, g.IDElement, g.id(r.n))
-	if !g.Minimal {
-		elem(b, "objectTypeName", typeName)
-		elem(b, "vsmUuid", "4207B6A2-0F4C-9A3D-5C3E-0A1B2C3D4E5F")
-		elem(b, "nodeId", "8d4f2a1e-3b5c-4d6e-9f70-112233445566")
-	}
+	elem(b, g.k.idElement, g.id(r.n))
+	elem(b, "objectTypeName", typeName)
+	elem(b, "vsmUuid", "4207B6A2-0F4C-9A3D-5C3E-0A1B2C3D4E5F")
+	elem(b, "nodeId", "8d4f2a1e-3b5c-4d6e-9f70-112233445566")
 	elem(b, "revision", strconv.Itoa(r.rev))
-	if !g.Minimal {
-		open(b, "type")
-		elem(b, "typeName", typeName)
-		closeTag(b, "type")
-	}
+	open(b, "type")
+	elem(b, "typeName", typeName)
+	closeTag(b, "type")
 	elem(b, "name", name)
 	elem(b, "description", desc)
-	if !g.Minimal {
-		b.WriteString("<clientHandle></clientHandle>")
-		// Nested name/value pairs: a reader of direct children must skip them.
-		open(b, "extendedAttributes")
-		open(b, "extendedAttribute")
-		elem(b, "name", "generatedBy")
-		elem(b, "value", "vsmstub")
-		closeTag(b, "extendedAttribute")
-		closeTag(b, "extendedAttributes")
-		elem(b, "isUniversal", "false")
-		elem(b, "universalRevision", "0")
-	}
+	b.WriteString("<clientHandle></clientHandle>")
+	// Nested name/value pairs: a reader of direct children must skip them.
+	open(b, "extendedAttributes")
+	open(b, "extendedAttribute")
+	elem(b, "name", "generatedBy")
+	elem(b, "value", "vsmstub")
+	closeTag(b, "extendedAttribute")
+	closeTag(b, "extendedAttributes")
+	elem(b, "isUniversal", "false")
+	elem(b, "universalRevision", "0")
 }
 
 // switchBlock is the reference to a distributed switch, with its own
@@ -504,33 +344,29 @@ func (g *gen) common(b *bytes.Buffer, r rec, typeName string) {
 func (g *gen) switchBlock(b *bytes.Buffer, dvs string) {
 	open(b, "switch")
 	elem(b, "objectId", dvs)
-	if !g.Minimal {
-		elem(b, "objectTypeName", "VmwareDistributedVirtualSwitch")
-		elem(b, "vsmUuid", "4207B6A2-0F4C-9A3D-5C3E-0A1B2C3D4E5F")
-		elem(b, "revision", "99")
-		open(b, "type")
-		elem(b, "typeName", "VmwareDistributedVirtualSwitch")
-		closeTag(b, "type")
-		elem(b, "name", "DSwitch-"+dvs)
-		open(b, "scope")
-		elem(b, "id", g.Datacenter)
-		elem(b, "objectTypeName", "Datacenter")
-		elem(b, "name", "Datacenter")
-		closeTag(b, "scope")
-		b.WriteString("<clientHandle></clientHandle><extendedAttributes></extendedAttributes>")
-	}
+	elem(b, "objectTypeName", "VmwareDistributedVirtualSwitch")
+	elem(b, "vsmUuid", "4207B6A2-0F4C-9A3D-5C3E-0A1B2C3D4E5F")
+	elem(b, "revision", "99")
+	open(b, "type")
+	elem(b, "typeName", "VmwareDistributedVirtualSwitch")
+	closeTag(b, "type")
+	elem(b, "name", "DSwitch-"+dvs)
+	open(b, "scope")
+	elem(b, "id", g.Datacenter)
+	elem(b, "objectTypeName", "Datacenter")
+	elem(b, "name", "Datacenter")
+	closeTag(b, "scope")
+	b.WriteString("<clientHandle></clientHandle><extendedAttributes></extendedAttributes>")
 	closeTag(b, "switch")
 }
 
 func (g *gen) virtualWire(b *bytes.Buffer, r rec) {
 	open(b, "virtualWire")
 	g.common(b, r, "VirtualWire")
-	if !g.Minimal {
-		elem(b, "tenantId", "virtual wire tenant")
-	}
+	elem(b, "tenantId", "virtual wire tenant")
 	scope := g.Scope
-	vni := g.vniBase + r.index
-	mcast := g.mcastBase + uint32(r.index)
+	vni := vniBase + r.index
+	mcast := uint32(mcastBase) + uint32(r.index)
 	extraPG := false
 	if r.changed {
 		switch g.ChangeField {
@@ -548,47 +384,37 @@ func (g *gen) virtualWire(b *bytes.Buffer, r rec) {
 	backing := func(value string) {
 		open(b, "vdsContextWithBacking")
 		g.switchBlock(b, g.Dvs)
-		if !g.Minimal {
-			elem(b, "mtu", "1600")
-			elem(b, "promiscuousMode", "false")
-			elem(b, "backingType", "portgroup")
-		}
+		elem(b, "mtu", "1600")
+		elem(b, "promiscuousMode", "false")
+		elem(b, "backingType", "portgroup")
 		elem(b, "backingValue", value)
-		if !g.Minimal {
-			elem(b, "missingOnVc", "false")
-		}
+		elem(b, "missingOnVc", "false")
 		closeTag(b, "vdsContextWithBacking")
 	}
 	for j := 0; j < g.portGroups; j++ {
-		backing("dvportgroup-" + strconv.Itoa(g.pgBase+r.index*g.portGroups+j))
+		backing("dvportgroup-" + strconv.Itoa(pgBase+r.index*g.portGroups+j))
 	}
 	if extraPG {
 		backing("dvportgroup-g" + strconv.Itoa(g.Generation) + "-" + strconv.Itoa(r.n))
 	}
 	elem(b, "vdnId", strconv.Itoa(vni))
 	elem(b, "multicastAddr", ipv4String(mcast))
-	if !g.Minimal {
-		elem(b, "guestVlanAllowed", "false")
-		elem(b, "controlPlaneMode", "MULTICAST_MODE")
-		elem(b, "macLearningEnabled", "false")
-	}
+	elem(b, "guestVlanAllowed", "false")
+	elem(b, "controlPlaneMode", "MULTICAST_MODE")
+	elem(b, "macLearningEnabled", "false")
 	closeTag(b, "virtualWire")
 }
 
 func (g *gen) clusterRef(b *bytes.Buffer, id, name string, rev int, desc string) {
 	open(b, "cluster")
 	elem(b, "objectId", id)
-	if !g.Minimal {
-		elem(b, "objectTypeName", "ClusterComputeResource")
-		elem(b, "vsmUuid", "4207B6A2-0F4C-9A3D-5C3E-0A1B2C3D4E5F")
-		elem(b, "nodeId", "8d4f2a1e-3b5c-4d6e-9f70-112233445566")
-	}
+	elem(b, "objectTypeName", "ClusterComputeResource")
+	elem(b, "vsmUuid", "4207B6A2-0F4C-9A3D-5C3E-0A1B2C3D4E5F")
+	elem(b, "nodeId", "8d4f2a1e-3b5c-4d6e-9f70-112233445566")
 	elem(b, "revision", strconv.Itoa(rev))
-	if !g.Minimal {
-		open(b, "type")
-		elem(b, "typeName", "ClusterComputeResource")
-		closeTag(b, "type")
-	}
+	open(b, "type")
+	elem(b, "typeName", "ClusterComputeResource")
+	closeTag(b, "type")
 	elem(b, "name", name)
 	if desc != "" {
 		elem(b, "description", desc)
@@ -598,38 +424,29 @@ func (g *gen) clusterRef(b *bytes.Buffer, id, name string, rev int, desc string)
 func (g *gen) vdnScope(b *bytes.Buffer, r rec) {
 	open(b, "vdnScope")
 	g.common(b, r, "VdnScope")
-	if !g.Minimal && g.IDElement == "objectId" {
-		// The manager repeats the key as id after objectId; the later one wins.
-		elem(b, "id", g.id(r.n))
-	}
+	// The manager repeats the key as id after objectId; the later one wins.
+	elem(b, "id", g.id(r.n))
 	open(b, "clusters")
 	for j := 0; j < g.clusters; j++ {
-		cn := g.clusterBase + r.index*g.clusters + j
+		cn := clusterBase + r.index*g.clusters + j
 		if r.changed && g.ChangeField == "cluster" && j == 0 {
 			// The first cluster is swapped for another one.
 			cn = 1000000*g.Generation + cn
 		}
 		open(b, "cluster")
-		if g.Minimal {
-			open(b, "cluster")
-			elem(b, "objectId", "domain-c"+strconv.Itoa(cn))
-		} else {
-			g.clusterRef(b, "domain-c"+strconv.Itoa(cn), "Cluster-"+strconv.Itoa(cn), 7, "")
-			open(b, "scope")
-			elem(b, "id", g.Datacenter)
-			elem(b, "objectTypeName", "Datacenter")
-			elem(b, "name", "Datacenter")
-			closeTag(b, "scope")
-		}
+		g.clusterRef(b, "domain-c"+strconv.Itoa(cn), "Cluster-"+strconv.Itoa(cn), 7, "")
+		open(b, "scope")
+		elem(b, "id", g.Datacenter)
+		elem(b, "objectTypeName", "Datacenter")
+		elem(b, "name", "Datacenter")
+		closeTag(b, "scope")
 		closeTag(b, "cluster")
 		closeTag(b, "cluster")
 	}
 	closeTag(b, "clusters")
-	if !g.Minimal {
-		elem(b, "virtualWireCount", "0")
-		elem(b, "controlPlaneMode", "MULTICAST_MODE")
-		elem(b, "cdoModeEnabled", "false")
-	}
+	elem(b, "virtualWireCount", "0")
+	elem(b, "controlPlaneMode", "MULTICAST_MODE")
+	elem(b, "cdoModeEnabled", "false")
 	closeTag(b, "vdnScope")
 }
 
@@ -646,50 +463,34 @@ func (g *gen) clusterMapping(b *bytes.Buffer, r rec) {
 	}
 	open(b, "clusterMapping")
 	// The record's common elements live in the child cluster.
-	if g.IDElement == "id" {
-		open(b, "cluster")
-		elem(b, "id", g.id(r.n))
-		elem(b, "revision", strconv.Itoa(r.rev))
-		elem(b, "name", name)
-		elem(b, "description", desc)
-	} else {
-		g.clusterRef(b, g.id(r.n), name, r.rev, desc)
-	}
+	g.clusterRef(b, g.id(r.n), name, r.rev, desc)
 	open(b, "scope")
 	elem(b, "id", dc)
-	if !g.Minimal {
-		elem(b, "objectTypeName", "Datacenter")
-		elem(b, "name", "Datacenter "+dc)
-	}
+	elem(b, "objectTypeName", "Datacenter")
+	elem(b, "name", "Datacenter "+dc)
 	closeTag(b, "scope")
-	if !g.Minimal {
-		b.WriteString("<clientHandle></clientHandle><extendedAttributes></extendedAttributes>")
-		elem(b, "isUniversal", "false")
-	}
+	b.WriteString("<clientHandle></clientHandle><extendedAttributes></extendedAttributes>")
+	elem(b, "isUniversal", "false")
 	closeTag(b, "cluster")
 	open(b, "clusterMappingSpec")
 	g.switchBlock(b, dvs)
-	if !g.Minimal {
-		elem(b, "vlanId", "0")
-		elem(b, "vmknicCount", "1")
-		elem(b, "ipAddressingMode", "DHCP")
-		elem(b, "teaming", "FAILOVER_ORDER")
-		elem(b, "uplinkPortName", "Uplink 1")
-	}
+	elem(b, "vlanId", "0")
+	elem(b, "vmknicCount", "1")
+	elem(b, "ipAddressingMode", "DHCP")
+	elem(b, "teaming", "FAILOVER_ORDER")
+	elem(b, "uplinkPortName", "Uplink 1")
 	closeTag(b, "clusterMappingSpec")
 	closeTag(b, "clusterMapping")
 }
 
 func (g *gen) rangeCommon(b *bytes.Buffer, r rec) {
 	name, desc := g.names(r)
-	elem(b, g.IDElement, g.id(r.n))
+	elem(b, g.k.idElement, g.id(r.n))
 	elem(b, "revision", strconv.Itoa(r.rev))
 	elem(b, "name", name)
 	elem(b, "description", desc)
-	if !g.Minimal {
-		elem(b, "isUniversal", "false")
-		elem(b, "universalRevision", "0")
-	}
+	elem(b, "isUniversal", "false")
+	elem(b, "universalRevision", "0")
 }
 
 func (g *gen) rangeShift(r rec) (db, de int64) {
@@ -706,7 +507,7 @@ func (g *gen) rangeShift(r rec) (db, de int64) {
 
 func (g *gen) multicastRange(b *bytes.Buffer, r rec) {
 	db, de := g.rangeShift(r)
-	begin := int64(g.rangeAddr) + int64(r.index)*g.rangeSize
+	begin := int64(rangeAddr) + int64(r.index)*g.rangeSize
 	end := begin + g.rangeSize - 1
 	open(b, "multicastRange")
 	g.rangeCommon(b, r)
@@ -717,7 +518,7 @@ func (g *gen) multicastRange(b *bytes.Buffer, r rec) {
 
 func (g *gen) segmentRange(b *bytes.Buffer, r rec) {
 	db, de := g.rangeShift(r)
-	begin := g.rangeBase + int64(r.index)*g.rangeSize
+	begin := rangeBase + int64(r.index)*g.rangeSize
 	end := begin + g.rangeSize - 1
 	open(b, "segmentRange")
 	g.rangeCommon(b, r)
@@ -729,31 +530,11 @@ func (g *gen) segmentRange(b *bytes.Buffer, r rec) {
 func (g *gen) heartbeat() []byte {
 	var b bytes.Buffer
 	b.WriteString("<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n")
-	open(&b, g.RootElement)
-	if !g.Minimal {
-		elem(&b, "currentLoggedInUser", "admin")
-		elem(&b, "hostName", "vsm-stub")
-	}
-	switch g.VersionStyle {
-	case "text":
-		elem(&b, "versionInfo", g.Version)
-	case "structured":
-		// Parts as child elements: the element has no text of its own.
-		open(&b, "versionInfo")
-		parts := strings.SplitN(strings.SplitN(g.Version, "-", 2)[0], ".", 3)
-		for i, n := range []string{"majorVersion", "minorVersion", "patchVersion"} {
-			v := "0"
-			if i < len(parts) {
-				v = parts[i]
-			}
-			elem(&b, n, v)
-		}
-		if i := strings.Index(g.Version, "-"); i >= 0 {
-			elem(&b, "buildNumber", g.Version[i+1:])
-		}
-		closeTag(&b, "versionInfo")
-	}
-	closeTag(&b, g.RootElement)
+	open(&b, g.k.root)
+	elem(&b, "currentLoggedInUser", "admin")
+	elem(&b, "hostName", "vsm-stub")
+	elem(&b, "versionInfo", version)
+	closeTag(&b, g.k.root)
 	b.WriteByte('\n')
 	return b.Bytes()
 }

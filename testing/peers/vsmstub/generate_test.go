@@ -2,7 +2,6 @@ package main
 
 import (
 	"bytes"
-	"fmt"
 	"reflect"
 	"strings"
 	"testing"
@@ -18,7 +17,7 @@ func genDoc(t *testing.T, s GenOptions) (*GenResult, []record, *xnode) {
 	if err != nil {
 		t.Fatalf("%s: not well-formed: %v\n%.400s", s.Kind, err, g.XML)
 	}
-	if want := genKinds[s.Kind].root; s.RootElement == "" && doc.name != want {
+	if want := genKinds[s.Kind].root; doc.name != want {
 		t.Fatalf("document element %q, want %q", doc.name, want)
 	}
 	return g, readRecords(s.Kind, doc), doc
@@ -34,10 +33,9 @@ func byName(rs []record) map[string]record {
 
 func intp(v int) *int { return &v }
 
-// What the library reads from the first two records of each kind, with
-// the defaults. The full form carries nested objectId, name and revision
-// elements; they must not leak into the records, so both forms must read
-// the same.
+// What the library reads from the first two records of each kind. The
+// records carry nested objectId, name and revision elements; they must not
+// leak into the records.
 func TestGeneratedRecordsReadAsExpected(t *testing.T) {
 	set := func(keys ...string) map[string]bool {
 		m := map[string]bool{}
@@ -74,27 +72,23 @@ func TestGeneratedRecordsReadAsExpected(t *testing.T) {
 			{"multicastrange-2", "mcast-2", "Generated multicastRange 2", 1,
 				map[string]string{"begin": "239.1.0.0", "end": "239.1.255.255"}, set()},
 		}},
-		{GenOptions{Kind: "segmentRanges", Count: 2, RangeBase: func() *int64 { v := int64(7000); return &v }()}, []record{
+		{GenOptions{Kind: "segmentRanges", Count: 2}, []record{
 			{"segmentrange-1", "vni-1", "Generated segmentRange 1", 1,
-				map[string]string{"begin": "7000", "end": "7999"}, set()},
+				map[string]string{"begin": "5000", "end": "5999"}, set()},
 			{"segmentrange-2", "vni-2", "Generated segmentRange 2", 1,
-				map[string]string{"begin": "8000", "end": "8999"}, set()},
+				map[string]string{"begin": "6000", "end": "6999"}, set()},
 		}},
 	}
 	for _, c := range cases {
-		for _, minimal := range []bool{false, true} {
-			t.Run(fmt.Sprintf("%s/minimal=%v", c.cfg.Kind, minimal), func(t *testing.T) {
-				s := c.cfg
-				s.Minimal = minimal
-				g, got, _ := genDoc(t, s)
-				if !reflect.DeepEqual(got, c.want) {
-					t.Errorf("records\n got %+v\nwant %+v", got, c.want)
-				}
-				if g.Records != len(c.want) {
-					t.Errorf("Records = %d, want %d", g.Records, len(c.want))
-				}
-			})
-		}
+		t.Run(c.cfg.Kind, func(t *testing.T) {
+			g, got, _ := genDoc(t, c.cfg)
+			if !reflect.DeepEqual(got, c.want) {
+				t.Errorf("records\n got %+v\nwant %+v", got, c.want)
+			}
+			if g.Records != len(c.want) {
+				t.Errorf("Records = %d, want %d", g.Records, len(c.want))
+			}
+		})
 	}
 }
 
@@ -115,7 +109,7 @@ func TestVirtualWirePagingInfo(t *testing.T) {
 }
 
 func TestChangePercentOfTenThousandWires(t *testing.T) {
-	base := GenOptions{Kind: "virtualWires", Count: 10000, Revision: 3, Minimal: true}
+	base := GenOptions{Kind: "virtualWires", Count: 10000, Revision: 3}
 	b0, before, _ := genDoc(t, base)
 	if len(before) != 10000 || b0.Records != 10000 {
 		t.Fatalf("%d records", len(before))
@@ -171,13 +165,6 @@ func TestChangePercentOfTenThousandWires(t *testing.T) {
 	}
 	if r := after2[0]; r.Revision != 5 || !strings.HasSuffix(r.DisplayName, " g2") {
 		t.Errorf("generation 2: %+v", r)
-	}
-	ch.StartIndex, ch.Count, ch.Generation = 0, 10000, 1
-	// An offset moves the changed set.
-	ch.ChangeOffset = 1
-	g3, _ := Generate(ch)
-	if len(g3.Changed) != 100 || g3.Changed[0] == g1.Changed[0] {
-		t.Errorf("offset 1 gives %d changes starting %s", len(g3.Changed), g3.Changed[0])
 	}
 }
 
@@ -277,56 +264,10 @@ func TestSelectionCounts(t *testing.T) {
 	}
 }
 
-func TestNameStyles(t *testing.T) {
-	_, recs, _ := genDoc(t, GenOptions{Kind: "segmentRanges", Count: 1, NameStyle: "spaced"})
-	if recs[0].DisplayName != "vni- 1" {
-		t.Errorf("spaced name reads %q", recs[0].DisplayName)
-	}
-	_, recs, _ = genDoc(t, GenOptions{Kind: "virtualWires", Count: 1, NameStyle: "escaped"})
-	if recs[0].DisplayName != `vw-1 <A&B> "q" 'a'` {
-		t.Errorf("escaped name reads %q", recs[0].DisplayName)
-	}
-	// id instead of objectId, and a custom root.
-	_, recs, doc := genDoc(t, GenOptions{Kind: "vdnScopes", Count: 1, IDElement: "id", RootElement: "scopes"})
-	if doc.name != "scopes" || recs[0].Name != "vdnscope-1" || len(doc.kids[0].children("objectId")) != 0 {
-		t.Errorf("root %s record %+v", doc.name, recs[0])
-	}
-	_, recs, _ = genDoc(t, GenOptions{Kind: "clusterMappings", Count: 1, IDElement: "id"})
-	if recs[0].Name != "domain-c101" || recs[0].Attr["datacenter"] != "datacenter-2" {
-		t.Errorf("clusterMapping with id: %+v", recs[0])
-	}
-}
-
 func TestHeartbeat(t *testing.T) {
-	cases := []struct {
-		cfg     GenOptions
-		version string
-		present bool
-	}{
-		{GenOptions{Kind: "heartbeat"}, "5.5.4-3068850", true},
-		{GenOptions{Kind: "heartbeat", Version: "6.2.0", Minimal: true}, "6.2.0", true},
-		{GenOptions{Kind: "heartbeat", VersionStyle: "structured"}, "", true},
-		{GenOptions{Kind: "heartbeat", VersionStyle: "none"}, "", false},
-	}
-	for _, c := range cases {
-		_, _, doc := genDoc(t, c.cfg)
-		v := doc.child("versionInfo")
-		if (v != emptyNode) != c.present || v.text != c.version {
-			t.Errorf("%+v: versionInfo present=%v text %q", c.cfg, v != emptyNode, v.text)
-		}
-	}
-	_, _, doc := genDoc(t, GenOptions{Kind: "heartbeat", VersionStyle: "structured", Version: "5.5.4-99"})
-	if doc.child("versionInfo").childValue("minorVersion") != "5" || doc.child("versionInfo").childValue("buildNumber") != "99" {
-		t.Error("structured version parts wrong")
-	}
-}
-
-func TestTargetBytes(t *testing.T) {
-	for _, kind := range []string{"virtualWires", "segmentRanges"} {
-		g, recs, _ := genDoc(t, GenOptions{Kind: kind, TargetBytes: 2 << 20})
-		if len(g.XML) < 2<<20 || len(g.XML) > 2<<20+2000 || len(recs) != g.Records {
-			t.Errorf("%s: %d bytes, %d records (reported %d)", kind, len(g.XML), len(recs), g.Records)
-		}
+	_, _, doc := genDoc(t, GenOptions{Kind: "heartbeat"})
+	if v := doc.child("versionInfo").text; v != "5.5.4-3068850" {
+		t.Errorf("versionInfo %q", v)
 	}
 }
 
@@ -337,11 +278,6 @@ func TestGeneratorRejectsBadOptions(t *testing.T) {
 		{Kind: "virtualWires", Count: -1},
 		{Kind: "virtualWires", ChangePercent: 101},
 		{Kind: "virtualWires", RemovePercent: -1},
-		{Kind: "virtualWires", MulticastBase: "fe80::1"},
-		{Kind: "virtualWires", NameStyle: "fancy"},
-		{Kind: "virtualWires", IDElement: "uuid"},
-		{Kind: "virtualWires", RootElement: "1bad"},
-		{Kind: "heartbeat", VersionStyle: "xml"},
 		{Kind: "virtualWires", Count: maxGenRecords + 1},
 	}
 	for _, s := range bad {

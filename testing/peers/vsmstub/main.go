@@ -70,9 +70,6 @@ func run(args []string, stdin io.Reader, stdout, stderr io.Writer, sig <-chan os
 	controlPort := fs.Int("control-port", 0, "control port on 127.0.0.1 (0: a free port)")
 	user := fs.String("user", "admin", "user name that the manager accepts")
 	password := fs.String("password", "default", "password of -user")
-	forbiddenUser := fs.String("forbidden-user", "", "user that authenticates but gets 403")
-	forbiddenPassword := fs.String("forbidden-password", "", "password of -forbidden-user")
-	noAuth := fs.Bool("no-auth", false, "accept every request, with or without credentials")
 	useTLS := fs.Bool("tls", false, "serve the manager port over HTTPS with a fresh self-signed certificate")
 	stdinMode := fs.String("stdin", "auto", "stop at the end of stdin: auto (if stdin is a pipe or socket), watch, ignore")
 	watchParent := fs.Bool("watch-parent", true, "stop when the parent process goes away")
@@ -87,8 +84,7 @@ func run(args []string, stdin io.Reader, stdout, stderr io.Writer, sig <-chan os
 		return err
 	}
 
-	stub := NewStub(Auth{User: *user, Password: *password, ForbiddenUser: *forbiddenUser,
-		ForbiddenPassword: *forbiddenPassword, Disabled: *noAuth})
+	stub := NewStub(Auth{User: *user, Password: *password})
 	defer stub.Close()
 
 	vsmLn, err := net.Listen("tcp", fmt.Sprintf("127.0.0.1:%d", *port))

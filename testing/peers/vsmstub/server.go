@@ -9,48 +9,37 @@ import (
 	"fmt"
 	"io"
 	"net/http"
-	"sort"
 	"strconv"
 	"strings"
 	"sync"
 	"time"
 )
 
-// Auth is the account table of the stub. A request must carry HTTP basic
-// credentials equal to User/Password; ForbiddenUser with ForbiddenPassword
-// authenticates but lacks rights and gets 403. Disabled lets every request
-// through, with or without credentials.
+// Auth is the account of the stub: a request must carry HTTP basic
+// credentials equal to User/Password.
 type Auth struct {
-	User              string `json:"user"`
-	Password          string `json:"password"`
-	ForbiddenUser     string `json:"forbiddenUser"`
-	ForbiddenPassword string `json:"forbiddenPassword"`
-	Disabled          bool   `json:"disabled"`
+	User     string `json:"user"`
+	Password string `json:"password"`
 }
 
 // AnswerConfig configures the reply to one request target. See README.md.
 type AnswerConfig struct {
 	Path string `json:"path"` // "api/2.0/vdn/scopes", "/api/...?a=1", or "*" for every request
 
-	Status      int               `json:"status"`      // default 200 (302 with redirect)
-	Body        *string           `json:"body"`        // literal body
-	Generate    *GenOptions       `json:"generate"`    // generated body
-	Broken      string            `json:"broken"`      // truncate, garbage, html, json, empty, binary, mismatch
-	TruncateAt  *int              `json:"truncateAt"`  // with broken=truncate: bytes kept; default half
-	ContentType string            `json:"contentType"` // default application/xml
-	Headers     map[string]string `json:"headers"`     // extra response headers
-	PadTo       int64             `json:"padTo"`       // pad the body with a trailing XML comment to this many bytes
+	Status   int         `json:"status"`   // default 200 (302 with redirect)
+	Body     *string     `json:"body"`     // literal body
+	Generate *GenOptions `json:"generate"` // generated body
+	Broken   string      `json:"broken"`   // truncate (to half), garbage, html, json, empty, binary, mismatch
+	PadTo    int64       `json:"padTo"`    // pad the body with a trailing XML comment to this many bytes
 
 	ChunkSize    int `json:"chunkSize"`    // > 0: chunked transfer, one chunk per this many bytes
 	ChunkDelayMs int `json:"chunkDelayMs"` // pause after each chunk
 
 	Redirect string `json:"redirect"` // Location; a path is made absolute on this server
 
-	Hang            bool   `json:"hang"`            // accept, never answer until the answer is cleared
-	StallAfterBytes *int64 `json:"stallAfterBytes"` // send headers and this many body bytes, then stall
+	Hang            bool   `json:"hang"`            // accept, never answer until the answer is replaced
 	CloseAfterBytes *int64 `json:"closeAfterBytes"` // send headers and this many body bytes, then close
 	Drop            bool   `json:"drop"`            // close the connection without any answer
-	DelayMs         int    `json:"delayMs"`         // wait before answering
 
 	Times  int  `json:"times"`  // use this answer for so many requests, then the next one; 0 = for ever
 	Append bool `json:"append"` // queue behind the answers of this path instead of replacing them
@@ -95,12 +84,10 @@ type LogEntry struct {
 type Stub struct {
 	mu       sync.Mutex
 	auth     Auth
-	initAuth Auth
 	answers  map[string][]*answer
 	retired  []*answer // used-up answers whose hung requests still wait
 	log      []*LogEntry
 	seq      int
-	changed  chan struct{} // closed and renewed on every log change
 	shutdown chan struct{}
 	baseURL  string // scheme://127.0.0.1:port of the manager port
 	shutOnce sync.Once
@@ -109,20 +96,13 @@ type Stub struct {
 func NewStub(auth Auth) *Stub {
 	return &Stub{
 		auth:     auth,
-		initAuth: auth,
 		answers:  map[string][]*answer{},
-		changed:  make(chan struct{}),
 		shutdown: make(chan struct{}),
 	}
 }
 
 // Close releases every waiting request; they end without an answer.
 func (s *Stub) Close() { s.shutOnce.Do(func() { close(s.shutdown) }) }
-
-func (s *Stub) notifyLocked() {
-	close(s.changed)
-	s.changed = make(chan struct{})
-}
 
 // normKey gives a configured path the leading "/" of a request target.
 // "*" stays as it is.
@@ -150,14 +130,14 @@ func prepare(cfg AnswerConfig) (*answer, error) {
 	if cfg.Status < 200 || cfg.Status > 999 {
 		return nil, fmt.Errorf("status must be within 200..999")
 	}
-	if cfg.ChunkSize < 0 || cfg.ChunkDelayMs < 0 || cfg.DelayMs < 0 || cfg.Times < 0 || cfg.PadTo < 0 {
-		return nil, fmt.Errorf("chunkSize, chunkDelayMs, delayMs, times and padTo must not be negative")
+	if cfg.ChunkSize < 0 || cfg.ChunkDelayMs < 0 || cfg.Times < 0 || cfg.PadTo < 0 {
+		return nil, fmt.Errorf("chunkSize, chunkDelayMs, times and padTo must not be negative")
 	}
-	if cfg.StallAfterBytes != nil && *cfg.StallAfterBytes < 0 || cfg.CloseAfterBytes != nil && *cfg.CloseAfterBytes < 0 {
-		return nil, fmt.Errorf("stallAfterBytes must not be negative")
+	if cfg.CloseAfterBytes != nil && *cfg.CloseAfterBytes < 0 {
+		return nil, fmt.Errorf("closeAfterBytes must not be negative")
 	}
-	if cfg.Hang && cfg.StallAfterBytes != nil || cfg.Drop && (cfg.Hang || cfg.StallAfterBytes != nil) {
-		return nil, fmt.Errorf("hang, stallAfterBytes and drop exclude each other")
+	if cfg.Drop && cfg.Hang {
+		return nil, fmt.Errorf("hang and drop exclude each other")
 	}
 	a := &answer{cfg: cfg, key: normKey(cfg.Path), remaining: cfg.Times, release: make(chan struct{})}
 	if cfg.Body != nil {
@@ -177,14 +157,7 @@ func prepare(cfg AnswerConfig) (*answer, error) {
 		if len(a.body) < 2 {
 			return nil, fmt.Errorf("broken=truncate needs a body or generate of at least 2 bytes")
 		}
-		n := len(a.body) / 2
-		if cfg.TruncateAt != nil {
-			n = *cfg.TruncateAt
-		}
-		if n < 0 || n >= len(a.body) {
-			return nil, fmt.Errorf("truncateAt must be within 0..%d", len(a.body)-1)
-		}
-		a.body = a.body[:n]
+		a.body = a.body[:len(a.body)/2]
 	default:
 		b, ok := brokenBodies[cfg.Broken]
 		if !ok {
@@ -253,40 +226,6 @@ func (s *Stub) clearKeyLocked(key string) {
 	s.retired = kept
 }
 
-// ClearAnswers removes the answers of one path, or all with path "".
-func (s *Stub) ClearAnswers(path string) {
-	s.mu.Lock()
-	defer s.mu.Unlock()
-	if path != "" {
-		s.clearKeyLocked(normKey(path))
-		return
-	}
-	for k := range s.answers {
-		s.clearKeyLocked(k)
-	}
-	for _, a := range s.retired {
-		a.releaseLocked()
-	}
-	s.retired = nil
-}
-
-// Reset clears answers and log and restores the start-up accounts.
-func (s *Stub) Reset() {
-	s.ClearAnswers("")
-	s.mu.Lock()
-	s.log = nil
-	s.seq = 0
-	s.auth = s.initAuth
-	s.notifyLocked()
-	s.mu.Unlock()
-}
-
-func (s *Stub) Auth() Auth {
-	s.mu.Lock()
-	defer s.mu.Unlock()
-	return s.auth
-}
-
 func (s *Stub) SetAuth(a Auth) {
 	s.mu.Lock()
 	s.auth = a
@@ -349,23 +288,6 @@ func (a *answer) info() answerInfo {
 	return i
 }
 
-func (s *Stub) ListAnswers() []answerInfo {
-	s.mu.Lock()
-	defer s.mu.Unlock()
-	keys := make([]string, 0, len(s.answers))
-	for k := range s.answers {
-		keys = append(keys, k)
-	}
-	sort.Strings(keys)
-	out := []answerInfo{}
-	for _, k := range keys {
-		for _, a := range s.answers[k] {
-			out = append(out, a.info())
-		}
-	}
-	return out
-}
-
 // Log returns copies of the entries with a sequence number above since.
 func (s *Stub) Log(since int) []LogEntry {
 	s.mu.Lock()
@@ -386,46 +308,12 @@ func (s *Stub) logLocked(since int) []LogEntry {
 func (s *Stub) ClearLog() {
 	s.mu.Lock()
 	s.log = nil
-	s.notifyLocked()
 	s.mu.Unlock()
-}
-
-// WaitLog waits until the log holds at least count entries with a sequence
-// number above since (and, with done, none of them pending or hanging) or
-// the timeout passes.
-func (s *Stub) WaitLog(since, count int, done bool, timeout time.Duration) ([]LogEntry, bool) {
-	deadline := time.NewTimer(timeout)
-	defer deadline.Stop()
-	for {
-		s.mu.Lock()
-		entries := s.logLocked(since)
-		ok := len(entries) >= count
-		if ok && done {
-			for _, e := range entries {
-				if e.Outcome == "pending" || e.Outcome == "hanging" {
-					ok = false
-				}
-			}
-		}
-		ch := s.changed
-		s.mu.Unlock()
-		if ok {
-			return entries, true
-		}
-		select {
-		case <-ch:
-		case <-deadline.C:
-			return entries, false
-		case <-s.shutdown:
-			return entries, false
-		}
-	}
 }
 
 func (s *Stub) update(e *LogEntry, f func(e *LogEntry)) {
 	s.mu.Lock()
 	f(e)
-	s.notifyLocked()
 	s.mu.Unlock()
 }
 
@@ -452,7 +340,6 @@ func (s *Stub) ServeHTTP(w http.ResponseWriter, r *http.Request) {
 	e.Seq = s.seq
 	s.log = append(s.log, e)
 	auth := s.auth
-	s.notifyLocked()
 	s.mu.Unlock()
 
 	// An abort (http.ErrAbortHandler) passes through here on its way out.
@@ -487,9 +374,6 @@ func (s *Stub) ServeHTTP(w http.ResponseWriter, r *http.Request) {
 			s.update(e, func(e *LogEntry) { e.Status, e.Outcome, e.BytesSent = 404, "answered", int64(n) })
 			return
 		}
-		if a.cfg.DelayMs > 0 && !s.sleep(r.Context(), time.Duration(a.cfg.DelayMs)*time.Millisecond) {
-			panic(http.ErrAbortHandler)
-		}
 		if a.cfg.Drop {
 			s.update(e, func(e *LogEntry) { e.Outcome = "dropped" })
 			drop(w)
@@ -510,16 +394,7 @@ func (s *Stub) ServeHTTP(w http.ResponseWriter, r *http.Request) {
 }
 
 func checkAuth(a Auth, e *LogEntry) int {
-	if a.Disabled {
-		return 0
-	}
-	if !e.HasAuth {
-		return http.StatusUnauthorized
-	}
-	if a.ForbiddenUser != "" && e.User == a.ForbiddenUser && e.Password == a.ForbiddenPassword {
-		return http.StatusForbidden
-	}
-	if e.User == a.User && e.Password == a.Password {
+	if e.HasAuth && e.User == a.User && e.Password == a.Password {
 		return 0
 	}
 	return http.StatusUnauthorized
@@ -570,14 +445,7 @@ func (s *Stub) location(loc string) string {
 func (s *Stub) write(w http.ResponseWriter, r *http.Request, e *LogEntry, a *answer) {
 	sp := &a.cfg
 	h := w.Header()
-	ct := sp.ContentType
-	if ct == "" {
-		ct = "application/xml"
-	}
-	h.Set("Content-Type", ct)
-	for k, v := range sp.Headers {
-		h.Set(k, v)
-	}
+	h.Set("Content-Type", "application/xml")
 	if sp.Redirect != "" {
 		h.Set("Location", s.location(sp.Redirect))
 	}
@@ -599,10 +467,8 @@ func (s *Stub) write(w http.ResponseWriter, r *http.Request, e *LogEntry, a *ans
 		s.update(e, func(e *LogEntry) { e.BytesSent = sent })
 	}
 	limit := a.totalLen()
-	for _, cut := range []*int64{sp.StallAfterBytes, sp.CloseAfterBytes} {
-		if cut != nil && *cut < limit {
-			limit = *cut
-		}
+	if sp.CloseAfterBytes != nil && *sp.CloseAfterBytes < limit {
+		limit = *sp.CloseAfterBytes
 	}
 	piece := sp.ChunkSize
 	if piece <= 0 {
@@ -637,15 +503,6 @@ func (s *Stub) write(w http.ResponseWriter, r *http.Request, e *LogEntry, a *ans
 			flusher.Flush()
 		}
 		s.update(e, func(e *LogEntry) { e.Outcome = "aborted" })
-		panic(http.ErrAbortHandler)
-	}
-	if sp.StallAfterBytes != nil {
-		if flusher != nil {
-			flusher.Flush()
-		}
-		s.update(e, func(e *LogEntry) { e.Outcome = "stalled" })
-		s.wait(r.Context(), a)
-		// The reply can't be finished any more: cut the connection.
 		panic(http.ErrAbortHandler)
 	}
 	s.update(e, func(e *LogEntry) { e.Outcome = "answered" })

@@ -6,7 +6,6 @@ import (
 	"crypto/tls"
 	"encoding/base64"
 	"encoding/json"
-	"errors"
 	"fmt"
 	"io"
 	"net"
@@ -138,6 +137,25 @@ func (s *testStub) mustGet(target string) (int, string) {
 	return resp.StatusCode, string(b)
 }
 
+// waitLog waits up to 5 s for count entries after since (with done, none
+// of them still pending or hanging).
+func (s *testStub) waitLog(since, count int, done bool) []LogEntry {
+	s.t.Helper()
+	for start := time.Now(); time.Since(start) < 5*time.Second; time.Sleep(10 * time.Millisecond) {
+		var got []LogEntry
+		for _, e := range s.logEntries("") {
+			if e.Seq > since && (!done || e.Outcome != "pending" && e.Outcome != "hanging") {
+				got = append(got, e)
+			}
+		}
+		if len(got) >= count {
+			return got
+		}
+	}
+	s.t.Fatalf("log has not %d entries after %d", count, since)
+	return nil
+}
+
 func (s *testStub) logEntries(query string) []LogEntry {
 	s.t.Helper()
 	var out struct{ Requests []LogEntry }
@@ -189,7 +207,7 @@ func TestStartupLinesAndShutdown(t *testing.T) {
 	s.answer(map[string]interface{}{"path": "hang", "hang": true})
 	errc := make(chan error, 1)
 	go func() { _, _, err := s.get("hang", "admin", "default"); errc <- err }()
-	s.ctlDo("GET", "/log/wait?count=1", nil, nil)
+	s.waitLog(0, 1, false)
 	if err := s.stop(); err != nil {
 		t.Fatalf("run returned %v after stdin closed", err)
 	}
@@ -243,7 +261,7 @@ func TestTLS(t *testing.T) {
 }
 
 func TestAuthentication(t *testing.T) {
-	s := startStub(t, "-user", "nsx", "-password", "secret", "-forbidden-user", "auditor", "-forbidden-password", "ro")
+	s := startStub(t, "-user", "nsx", "-password", "secret")
 	s.answer(map[string]interface{}{"path": "*", "body": "<ok/>"})
 	cases := []struct {
 		name, user, pass string
@@ -254,8 +272,6 @@ func TestAuthentication(t *testing.T) {
 		{"wrong user", "NSX", "secret", 401},
 		{"empty password", "nsx", "", 401},
 		{"right", "nsx", "secret", 200},
-		{"forbidden user", "auditor", "ro", 403},
-		{"forbidden user, wrong password", "auditor", "x", 401},
 	}
 	for _, c := range cases {
 		resp, body, err := s.get("api/x", c.user, c.pass)
@@ -276,8 +292,8 @@ func TestAuthentication(t *testing.T) {
 	if len(log) != len(cases) {
 		t.Fatalf("%d log entries, want %d", len(log), len(cases))
 	}
-	if e := log[5]; e.User != "auditor" || e.Status != 403 || e.Match != "auth" || e.Outcome != "rejected" {
-		t.Errorf("forbidden entry %+v", e)
+	if e := log[1]; e.User != "nsx" || e.Status != 401 || e.Match != "auth" || e.Outcome != "rejected" {
+		t.Errorf("rejected entry %+v", e)
 	}
 	if e := log[0]; e.HasAuth || e.User != "" {
 		t.Errorf("entry without credentials %+v", e)
@@ -289,18 +305,8 @@ func TestAuthentication(t *testing.T) {
 	if resp, _, _ := s.get("api/x", "u", "p:a:ss"); resp.StatusCode != 200 {
 		t.Errorf("password with colons: %d", resp.StatusCode)
 	}
-	if resp, _, _ := s.get("api/x", "auditor", "ro"); resp.StatusCode != 401 {
-		t.Errorf("old forbidden user after change: %d", resp.StatusCode)
-	}
-	s.ctlDo("PUT", "/auth", Auth{Disabled: true}, nil)
-	if resp, _, _ := s.get("api/x", "", ""); resp.StatusCode != 200 {
-		t.Errorf("disabled auth: %d", resp.StatusCode)
-	}
-	// Reset restores the accounts of the command line.
-	s.ctlDo("POST", "/reset", nil, nil)
-	s.ctlDo("GET", "/auth", nil, &a)
-	if a != (Auth{User: "nsx", Password: "secret", ForbiddenUser: "auditor", ForbiddenPassword: "ro"}) {
-		t.Errorf("auth after reset %+v", a)
+	if resp, _, _ := s.get("api/x", "nsx", "secret"); resp.StatusCode != 401 {
+		t.Errorf("old account after change: %d", resp.StatusCode)
 	}
 }
 
@@ -374,19 +380,6 @@ func TestAnswerMatching(t *testing.T) {
 	if fmt.Sprint(got) != "[404 503]" { // then the catch-all
 		t.Errorf("replaced queue gave %v", got)
 	}
-	var list struct{ Answers []answerInfo }
-	s.ctlDo("GET", "/answers", nil, &list)
-	s.ctlDo("DELETE", "/answers?path=/api/2.0/vdn/scopes", nil, nil)
-	if code, _ := s.mustGet("api/2.0/vdn/scopes"); code != 503 {
-		t.Errorf("deleted answer still served: %d", code)
-	}
-	s.ctlDo("DELETE", "/answers", nil, nil)
-	if code, _ := s.mustGet("api/2.0/vdn/virtualwires"); code != 404 {
-		t.Errorf("after clearing all: %d", code)
-	}
-	if len(list.Answers) != 5 {
-		t.Errorf("listed %d answers, want 5: %+v", len(list.Answers), list.Answers)
-	}
 }
 
 func TestStatusCodesAndRedirects(t *testing.T) {
@@ -421,11 +414,6 @@ func TestStatusCodesAndRedirects(t *testing.T) {
 			t.Errorf("redirect %+v: %v %d %q", c, err, resp.StatusCode, resp.Header.Get("Location"))
 		}
 	}
-	s.answer(map[string]interface{}{"path": "h", "body": "x", "contentType": "text/plain", "headers": map[string]string{"X-Extra": "1"}})
-	resp, _, _ := s.get("h", "admin", "default")
-	if resp.Header.Get("Content-Type") != "text/plain" || resp.Header.Get("X-Extra") != "1" {
-		t.Errorf("headers %v", resp.Header)
-	}
 }
 
 func TestBrokenBodies(t *testing.T) {
@@ -437,7 +425,6 @@ func TestBrokenBodies(t *testing.T) {
 	cfgs := []map[string]interface{}{
 		{"broken": "truncate", "body": good},
 		{"broken": "truncate", "generate": map[string]interface{}{"kind": "virtualWires", "count": 3}},
-		{"broken": "truncate", "truncateAt": len(good) - 1, "body": good},
 		{"broken": "garbage"},
 		{"broken": "html"},
 		{"broken": "json"},
@@ -498,8 +485,8 @@ func readChunks(t *testing.T, r *bufio.Reader) [][]byte {
 
 func TestChunkedTransfer(t *testing.T) {
 	s := startStub(t)
-	gen, _ := Generate(GenOptions{Kind: "segmentRanges", Count: 4, Minimal: true})
-	s.answer(map[string]interface{}{"path": "c", "generate": map[string]interface{}{"kind": "segmentRanges", "count": 4, "minimal": true},
+	gen, _ := Generate(GenOptions{Kind: "segmentRanges", Count: 4})
+	s.answer(map[string]interface{}{"path": "c", "generate": map[string]interface{}{"kind": "segmentRanges", "count": 4},
 		"chunkSize": 100, "chunkDelayMs": 20})
 	start := time.Now()
 	c, r := s.rawConn("/c")
@@ -539,7 +526,7 @@ func TestLargeBodies(t *testing.T) {
 	s := startStub(t)
 	var out struct{ Answers []answerInfo }
 	s.ctlDo("POST", "/answers", map[string]interface{}{"path": "big",
-		"generate": map[string]interface{}{"kind": "virtualWires", "targetBytes": 3 << 20, "minimal": true}}, &out)
+		"generate": map[string]interface{}{"kind": "virtualWires", "count": 5000}}, &out)
 	resp, b, err := s.get("big", "admin", "default")
 	if err != nil || resp.ContentLength != int64(len(b)) || len(b) < 3<<20 || out.Answers[0].Bytes != int64(len(b)) {
 		t.Fatalf("%v: content length %d, %d bytes, announced %+v", err, resp.ContentLength, len(b), out.Answers)
@@ -579,7 +566,7 @@ func TestLargeBodies(t *testing.T) {
 	}
 }
 
-func TestHangStallDropDelay(t *testing.T) {
+func TestHangAndDrop(t *testing.T) {
 	s := startStub(t)
 	type result struct {
 		code int
@@ -598,17 +585,7 @@ func TestHangStallDropDelay(t *testing.T) {
 		}()
 		return ch
 	}
-	waitLog := func(since, count int, done bool) []LogEntry {
-		var out struct{ Requests []LogEntry }
-		q := fmt.Sprintf("/log/wait?since=%d&count=%d&timeoutMs=5000", since, count)
-		if done {
-			q += "&done=1"
-		}
-		if code := s.ctlDo("GET", q, nil, &out); code != 200 {
-			t.Fatalf("log wait %s: %d %+v", q, code, out.Requests)
-		}
-		return out.Requests
-	}
+	waitLog := s.waitLog
 	expectNothing := func(ch chan result) {
 		select {
 		case r := <-ch:
@@ -644,60 +621,18 @@ func TestHangStallDropDelay(t *testing.T) {
 		t.Errorf("released entry %+v", e)
 	}
 
-	// A used-up hang still holds its request until cleared; then 404.
-	s.answer(map[string]interface{}{"path": "h", "hang": true, "times": 1})
-	ch = async("h")
-	waitLog(1, 1, false)
-	expectNothing(ch)
-	s.ctlDo("DELETE", "/answers", nil, nil)
-	expect(ch, 404, "vsmstub: no answer configured for /h\n")
-
-	// Stall: headers and part of the body, then nothing; clearing cuts it.
-	s.answer(map[string]interface{}{"path": "st", "body": strings.Repeat("x", 1000), "stallAfterBytes": 100})
-	resp, err := client.Get(strings.Replace(s.url, "://", "://admin:default@", 1) + "/st")
-	if err != nil {
-		t.Fatal(err)
-	}
-	part := make([]byte, 100)
-	if _, err := io.ReadFull(resp.Body, part); err != nil || resp.StatusCode != 200 || resp.ContentLength != 1000 {
-		t.Fatalf("stalled reply: %v %d %d", err, resp.StatusCode, resp.ContentLength)
-	}
-	rest := make(chan error, 1)
-	go func() { _, err := io.ReadAll(resp.Body); rest <- err }()
-	select {
-	case err := <-rest:
-		t.Fatalf("stalled body went on: %v", err)
-	case <-time.After(100 * time.Millisecond):
-	}
-	if e := s.logEntries("?since=2")[0]; e.Outcome != "stalled" || e.BytesSent != 100 {
-		t.Errorf("stalled entry %+v", e)
-	}
-	s.ctlDo("DELETE", "/answers?path=st", nil, nil)
-	if err := <-rest; !errors.Is(err, io.ErrUnexpectedEOF) {
-		t.Errorf("cut body ended with %v", err)
-	}
-	resp.Body.Close()
-
 	// Drop: no reply at all.
 	s.answer(map[string]interface{}{"path": "d", "drop": true})
 	if _, _, err := s.get("d", "admin", "default"); err == nil {
 		t.Error("dropped request got a reply")
 	}
-	if e := s.logEntries("?since=3")[0]; e.Outcome != "dropped" || e.Status != 0 {
+	if e := s.waitLog(1, 1, true)[0]; e.Outcome != "dropped" || e.Status != 0 {
 		t.Errorf("dropped entry %+v", e)
-	}
-
-	// Delay.
-	s.answer(map[string]interface{}{"path": "w", "delayMs": 150, "body": "<w/>"})
-	start := time.Now()
-	if code, _ := s.mustGet("w"); code != 200 || time.Since(start) < 150*time.Millisecond {
-		t.Errorf("delay: %d after %v", code, time.Since(start))
 	}
 
 	for _, bad := range []map[string]interface{}{
 		{"path": "x", "hang": true, "drop": true},
-		{"path": "x", "hang": true, "stallAfterBytes": 1},
-		{"path": "x", "delayMs": -1},
+		{"path": "x", "closeAfterBytes": -1},
 	} {
 		if code := s.ctlDo("POST", "/answers", bad, nil); code != 400 {
 			t.Errorf("%v accepted: %d", bad, code)
@@ -738,53 +673,16 @@ func TestRequestLog(t *testing.T) {
 			t.Errorf("entry %d lost its headers", i)
 		}
 	}
-	if got := s.logEntries("?since=2"); len(got) != 1 || got[0].Seq != 3 {
-		t.Errorf("since=2 gave %+v", got)
-	}
-	// Clearing the log keeps the numbering; reset restarts it.
+	// Clearing the log keeps the numbering.
 	s.ctlDo("DELETE", "/log", nil, nil)
 	s.mustGet("x")
 	if got := s.logEntries(""); len(got) != 1 || got[0].Seq != 4 {
 		t.Errorf("after clear %+v", got)
 	}
-	var out struct {
-		Requests []LogEntry
-		TimedOut bool
-	}
-	if code := s.ctlDo("GET", "/log/wait?count=2&timeoutMs=50", nil, &out); code != 408 || !out.TimedOut || len(out.Requests) != 1 {
-		t.Errorf("wait past the log: %d %+v", code, out)
-	}
-	s.ctlDo("POST", "/reset", nil, nil)
-	if code, _ := s.mustGet("x"); code != 404 {
-		t.Errorf("answers survived reset: %d", code)
-	}
-	if got := s.logEntries(""); len(got) != 1 || got[0].Seq != 1 {
-		t.Errorf("after reset %+v", got)
-	}
 }
 
 func TestControlAPI(t *testing.T) {
 	s := startStub(t)
-	// Generate returns the document and its summary.
-	req, _ := http.NewRequest("POST", s.ctl+"/generate", strings.NewReader(`{"kind":"virtualWires","count":200,"changePercent":1,"minimal":true}`))
-	resp, err := client.Do(req)
-	if err != nil {
-		t.Fatal(err)
-	}
-	b, _ := io.ReadAll(resp.Body)
-	resp.Body.Close()
-	want, _ := Generate(GenOptions{Kind: "virtualWires", Count: 200, ChangePercent: 1, Minimal: true})
-	if resp.StatusCode != 200 || !bytes.Equal(b, want.XML) || resp.Header.Get("X-Vsmstub-Records") != "200" || resp.Header.Get("X-Vsmstub-Changed") != "2" {
-		t.Errorf("generate: %d %v", resp.StatusCode, resp.Header)
-	}
-	var sum struct {
-		Bytes, Records int
-		ChangedIds     []string
-	}
-	s.ctlDo("POST", "/generate?summary=1", map[string]interface{}{"kind": "vdnScopes", "count": 10, "changePercent": 20}, &sum)
-	if sum.Records != 10 || fmt.Sprint(sum.ChangedIds) != "[vdnscope-5 vdnscope-10]" {
-		t.Errorf("summary %+v", sum)
-	}
 	// Answers report what was generated.
 	var out struct{ Answers []answerInfo }
 	s.ctlDo("POST", "/answers", map[string]interface{}{"path": "v", "generate": map[string]interface{}{"kind": "segmentRanges", "count": 4, "removePercent": 50}}, &out)
@@ -802,11 +700,7 @@ func TestControlAPI(t *testing.T) {
 		{"POST", "/answers", `{"path":"x","status":99}`, 400},
 		{"POST", "/answers", `{"path":"x","body":"a","generate":{"kind":"heartbeat"}}`, 400},
 		{"POST", "/answers", `[{"path":"ok","body":"<a/>"},{"path":"x","generate":{"kind":"wires"}}]`, 400},
-		{"POST", "/generate", `{"kind":"virtualWires","count":"ten"}`, 400},
-		{"GET", "/generate", ``, 405},
 		{"POST", "/log", ``, 405},
-		{"GET", "/log?since=-1", ``, 400},
-		{"GET", "/reset", ``, 405},
 		{"PUT", "/auth", `{"user":"a","pass":"b"}`, 400},
 	}
 	for _, c := range bad {
