@@ -59,8 +59,7 @@ void processMigration(VI::Ptr vi, ns2__Event* event, Migration what) {
 
 void processPortEvents(ns2__ObjectUpdate* objUpdate, VI::Ptr vi) {
   HARBEC_TRACE(5, "void Harbec::processPortEvents(ns2__ObjectUpdate*, Harbec::VI::Ptr)");
-  if (objUpdate->kind != ns2__ObjectUpdateKind__modify && objUpdate->kind != ns2__ObjectUpdateKind__enter)
-    return;
+  if (!carriesChanges(objUpdate)) return;
   for (ns2__PropertyChange* change : objUpdate->changeSet) {
     if (!change) continue;
     HARBEC_TRACE(6, "ChangeSet: " << change->name);

@@ -121,7 +121,7 @@ void processHostUpdates(ns2__ObjectUpdate* objUpdate, Kel::Ptr<VI> vi) {
     delHost(host, vi);
     return;
   }
-  if (objUpdate->kind != ns2__ObjectUpdateKind__modify && objUpdate->kind != ns2__ObjectUpdateKind__enter) return;
+  if (!carriesChanges(objUpdate)) return;
 
   // An enter of a host that is there counts as a modify; a modify of a host
   // that is not there is a fault of the stream, fatal once the host is made.

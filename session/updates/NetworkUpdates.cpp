@@ -77,8 +77,7 @@ void processDVSUpdates(ns2__ObjectUpdate* objUpdate, VI::Ptr vi) {
     vi->dvsDel(key);
     return;
   }
-  if (objUpdate->kind != ns2__ObjectUpdateKind__modify && objUpdate->kind != ns2__ObjectUpdateKind__enter)
-    return;
+  if (!carriesChanges(objUpdate)) return;
   DVS::Ptr dvs = vi->dvsIs(key);
   for (ns2__PropertyChange* change : objUpdate->changeSet) {
     if (!change) continue;
@@ -104,8 +103,7 @@ void processDCUpdates(ns2__ObjectUpdate* objUpdate, VI::Ptr vi) {
     vi->hostFolderTodcRefDel(key);
     return;
   }
-  if (objUpdate->kind != ns2__ObjectUpdateKind__modify && objUpdate->kind != ns2__ObjectUpdateKind__enter)
-    return;
+  if (!carriesChanges(objUpdate)) return;
   for (ns2__PropertyChange* change : objUpdate->changeSet) {
     if (!change) continue;
     HARBEC_TRACE(7, "Processing changeset: " << " attribName: " << change->name);
@@ -129,8 +127,7 @@ void processCompResUpdates(ns2__ObjectUpdate* objUpdate, VI::Ptr vi) {
     vi->compResToHostFolderDel(key);
     return;
   }
-  if (objUpdate->kind != ns2__ObjectUpdateKind__modify && objUpdate->kind != ns2__ObjectUpdateKind__enter)
-    return;
+  if (!carriesChanges(objUpdate)) return;
   for (ns2__PropertyChange* change : objUpdate->changeSet) {
     if (!change || change->name != "parent") continue;
     if (const std::string* text = valueText(change->val)) vi->compResToHostFolderIs(key, *text);
@@ -146,8 +143,7 @@ void processPortGroupUpdates(ns2__ObjectUpdate* objUpdate, VI::Ptr vi) {
     vi->portGroupDel(key);
     return;
   }
-  if (objUpdate->kind != ns2__ObjectUpdateKind__modify && objUpdate->kind != ns2__ObjectUpdateKind__enter)
-    return;
+  if (!carriesChanges(objUpdate)) return;
   PortGroup::Ptr pg = vi->portGroupIs(key);
   HARBEC_TRACE(6, "Portgroup:  " << key);
   for (ns2__PropertyChange* change : objUpdate->changeSet) {

@@ -10,6 +10,11 @@
 
 namespace Harbec {
 
+// Whether an object update carries property changes: an enter or a modify.
+inline bool carriesChanges(const ns2__ObjectUpdate* update) {
+  return update->kind == ns2__ObjectUpdateKind__modify || update->kind == ns2__ObjectUpdateKind__enter;
+}
+
 // Containers and networks.
 void processDVSUpdates(ns2__ObjectUpdate* update, Kel::Ptr<VI> vi);
 void processDCUpdates(ns2__ObjectUpdate* update, Kel::Ptr<VI> vi);
