@@ -39,14 +39,6 @@ TEST(AgentOptions, FullCommandLine) {
   EXPECT_EQ(vcenterSdkUrl("https://vc:8443/sdk"), "https://vc:8443/sdk");
 }
 
-TEST(AgentOptions, DemoWithoutVcenterAndHelp) {
-  ParsedOptions p = parse({"--once"});
-  EXPECT_EQ(p.error, "");
-  EXPECT_TRUE(p.options.demo);
-  EXPECT_TRUE(parse({"--once", "--help", "--bogus"}).help);
-  EXPECT_NE(usage("harbec-agent").find("--password-file FILE"), std::string::npos);
-}
-
 TEST(AgentOptions, BadCommandLinesGetOneLineReasons) {
   const std::pair<std::vector<const char*>, std::string> cases[] = {
       {{"--vcenter", "vc", "--user", "u", "--password", "secret"},
@@ -64,17 +56,6 @@ TEST(AgentOptions, BadCommandLinesGetOneLineReasons) {
       {{"--no-supervise=1"}, "option --no-supervise takes no value"},
   };
   for (const auto& [args, error] : cases) EXPECT_EQ(parse(args).error, error);
-}
-
-TEST(AgentOptions, PasswordFileFirstLine) {
-  std::string path = testing::TempDir() + "agent-password";
-  std::ofstream(path) << "s3cret\r\nsecond line\n";
-  std::string error;
-  EXPECT_EQ(readSecret(path, &error), "s3cret");
-  EXPECT_EQ(error, "");
-  std::remove(path.c_str());
-  EXPECT_EQ(readSecret(path, &error), "");
-  EXPECT_EQ(error, "cannot read password file " + path);
 }
 
 TEST(AgentOptions, ConnectBackoffDoublesUpToItsCap) {

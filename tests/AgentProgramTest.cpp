@@ -88,21 +88,6 @@ int deadPort() {
 
 }  // namespace
 
-TEST(AgentProgram, HelpAndBadArguments) {
-  Outcome help = runAgent("--help");
-  EXPECT_EQ(help.status, 0);
-  EXPECT_EQ(help.out.rfind("Usage: harbec-agent [options]\n", 0), 0u);
-
-  Outcome bad = runAgent("--bogus");
-  EXPECT_EQ(bad.status, 2);
-  EXPECT_EQ(bad.err, "harbec-agent: unknown option --bogus (see --help)\n");
-  EXPECT_EQ(bad.out, "");
-
-  Outcome noPassword = runAgent("--vcenter vc --user u --password-file -");
-  EXPECT_EQ(noPassword.status, 2);
-  EXPECT_EQ(noPassword.err, "harbec-agent: no password on standard input\n");
-}
-
 TEST(AgentProgram, UnreachableVcenterIsRetriedWithBackoffThenGivenUp) {
   std::string url = "https://127.0.0.1:" + std::to_string(deadPort()) + "/sdk";
   Outcome r = runAgent("--vcenter " + url + " --user u --password-file - --retry-for 2 --once --quiet", "pw\n");

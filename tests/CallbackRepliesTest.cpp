@@ -112,29 +112,6 @@ TEST_F(CallbackRepliesTest, FetchParksTheAnswerUnderTheSocket) {
   EXPECT_TRUE(pipeActionRestored());
 }
 
-// Two calls, the refresh first; the answer is that of a fetch. A fetch of
-// no ports still asks and still parks an answer.
-TEST_F(CallbackRepliesTest, RefreshAsksTwiceAndAnswersAsAFetch) {
-  unsigned successes = s.status().successCount;
-  s.serve(withCallback(refreshDvPortRequestFactory("refresh"), {1, 4}));
-  EXPECT_EQ(sim->calls(), (Lines{"RetrieveServiceContent", "Login", "RefreshDVPortState", "FetchDVPorts"}));
-  EXPECT_EQ(peer::values(sim->call("GET", "/calls?method=RefreshDVPortState"), "value"), Lines{"dvs-9"});
-  EXPECT_EQ(s.status().successCount, successes + 2);
-  FetchDvPortResponse::Ptr response = parked();
-  ASSERT_TRUE(response);
-  EXPECT_EQ(response->dvPortStats(), 2u);
-  EXPECT_EQ(response->intf(), "Ethernet5");
-  EXPECT_FALSE(inventoryTouched());
-
-  {
-    Kel::ActivityLockAnchor anchor;
-    s.vi->responsesWithCallbackDelAll();
-  }
-  s.serve(withCallback(fetchDvPortRequestFactory("fetch"), {}));
-  EXPECT_EQ(sim->calls().back(), "FetchDVPorts");
-  EXPECT_TRUE(parked());
-}
-
 // Recoverable on this road, even for a session that exits on fatal faults:
 // the client reads end of file and nothing is parked.
 TEST_F(CallbackRepliesTest, AFailedCallClosesTheSocketAndParksNothing) {
@@ -178,15 +155,6 @@ TEST_F(CallbackRepliesTest, RequestsWithoutSocketOrSwitchAreAssertions) {
                "request->dvsMoId\\(\\).size\\(\\) && \"RefreshDvPortReq missing DVS MoId.\"");
 }
 
-TEST_F(CallbackRepliesTest, IncompletePortsInTheReplyAreAssertions) {
-  simports::setPort(*sim, "3", "\"omitConnectee\":true");
-  EXPECT_DEATH(s.sm->processSoapRequest(withCallback(fetchDvPortRequestFactory("fetch"), {3})),
-               "dvPort->connectee && \"DvPort missing connectee\"");
-  simports::setPort(*sim, "3", "\"omitConnectee\":false,\"omitState\":true");
-  EXPECT_DEATH(s.sm->processSoapRequest(withCallback(fetchDvPortRequestFactory("fetch"), {3})),
-               "dvPort->state && \"DvPort missing state\"");
-}
-
 // A reply without counters, which vCenter's schema allows and the
 // simulator's model cannot send: the binding hands back a hand-built port.
 struct PortWithoutStats : VimBinding {
@@ -203,12 +171,5 @@ struct PortWithoutStats : VimBinding {
     return SOAP_OK;
   }
 };
-
-TEST_F(CallbackRepliesTest, APortWithoutCountersIsAnAssertion) {
-  static PortWithoutStats* binding = new PortWithoutStats;  // bindings live as long as the process
-  s.sm->vimIs(binding);
-  EXPECT_DEATH(s.sm->processSoapRequest(withCallback(fetchDvPortRequestFactory("fetch"), {3})),
-               "dvPort->state->stats && \"DvPort missing stats\"");
-}
 
 }  // namespace

@@ -81,27 +81,6 @@ TEST_F(DvPortStatisticsTest, FetchWritesLinkMtuAndCountersOnEveryKindOfNic) {
       << "the switch is not named";
 }
 
-// What newPort holds goes out in one call and leaves it; an empty list
-// makes no call.
-TEST_F(DvPortStatisticsTest, FetchOfThePortsAskedForEmptiesTheList) {
-  seed();
-  simports::setPort(*sim, "4", std::string("\"stats\":") + simports::kStatsJson);
-  simports::setPort(*sim, "5", std::string("\"stats\":") + simports::kStatsJson);
-  {
-    Kel::ActivityLockAnchor anchor;
-    s.vi->newPortIs("4", "4");
-  }
-  fetchDvPorts(s.sm);
-  fetchDvPorts(s.sm);
-  EXPECT_EQ(sim->calls(), (Lines{"RetrieveServiceContent", "Login", "FetchDVPorts"}));
-  Kel::ActivityLockAnchor anchor;
-  EXPECT_EQ(s.vi->newPorts(), 0u);
-  int asked = 0;
-  for (VI::VmIterator i = s.vi->vmIterator(); i; ++i)
-    for (Vm::VnicIterator n = i.value()->vnicIterator(); n; ++n) asked += n.value()->stats() != IntfStatistics();
-  EXPECT_EQ(asked, 1) << "port 5 was not asked for";
-}
-
 // After each update round the ports asked for are fetched, onto the
 // inventory that the round has built.
 TEST_F(DvPortStatisticsTest, TheUpdateRoundFetchesThePortsAskedFor) {
@@ -123,30 +102,6 @@ TEST_F(DvPortStatisticsTest, TheUpdateRoundFetchesThePortsAskedFor) {
   EXPECT_EQ(card->portKey(), "3");
   EXPECT_EQ(card->stats(), simports::statsOfJson());
   EXPECT_EQ(card->linkStatus(), Interface::linkStatusUp);
-}
-
-TEST_F(DvPortStatisticsTest, RefreshTellsVcenterFirstThenFetches) {
-  seed();
-  simports::setPort(*sim, "2", std::string("\"stats\":") + simports::kStatsJson);
-  unsigned successes = s.status().successCount;
-  refresh({2, 3});
-  EXPECT_EQ(sim->calls(), (Lines{"RetrieveServiceContent", "Login", "RefreshDVPortState", "FetchDVPorts"}));
-  EXPECT_NE(compact(sim->call("GET", "/portrefreshes")).find("\"portKeys\":[\"2\",\"3\"]"), std::string::npos);
-  EXPECT_EQ(s.status().successCount, successes + 2);
-  Kel::ActivityLockAnchor anchor;
-  EXPECT_EQ(pnic("host-44", "vmnic1")->stats(), simports::statsOfJson());
-  EXPECT_EQ(pnic("host-44", "vmnic1")->linkStatus(), Interface::linkStatusUp);
-  EXPECT_EQ(s.vi->newPorts(), 0u) << "the refresh does not use the list";
-}
-
-TEST_F(DvPortStatisticsTest, CounterUpdateRequestMovesNothing) {
-  seed();
-  CounterUpdateRequest::Ptr request = counterUpdateRequestFactory("counters");
-  request->portIs(3);
-  s.serve(request);
-  EXPECT_EQ(sim->calls().size(), 2u);
-  Kel::ActivityLockAnchor anchor;
-  EXPECT_EQ(vnic("vm-50", "4000")->counterRefreshTime(), 0.0);
 }
 
 // A policy without value does not block; one with a value does, though

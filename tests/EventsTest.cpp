@@ -77,24 +77,6 @@ TEST_F(Events, PagesAreWalkedFromLastToFirst) {
   EXPECT_EQ(migration(), "1|0|host-12");
 }
 
-TEST_F(Events, WhichChangesCount) {
-  collector(page({event<ns2__VmBeingHotMigratedEvent>()}), "latestPage[0]");
-  EXPECT_EQ(migration(), "1|0|host-12");
-  collector(event<ns2__VmFailedMigrateEvent>(), "latestPage", enter);
-  EXPECT_EQ(migration(), "0|1|");
-
-  logs.clear();
-  collector(event<ns2__VmBeingHotMigratedEvent>(), "latestPage", leave);
-  collector(event<ns2__VmBeingHotMigratedEvent>(), "filter");
-  collector(nullptr);
-  collector(str("VmBeingHotMigratedEvent"));
-  collector(page({nullptr, event<ns2__VmBeingHotMigratedEvent>("vm-7"), make<ns2__DvsRenamedEvent>(),
-                  make<ns2__DvsDestroyedEvent>(), event<ns2__VmEvent>()}));
-  EXPECT_EQ(migration(), "0|1|");
-  EXPECT_FALSE(vi->vm("vm-7"));
-  EXPECT_TRUE(logs.empty());
-}
-
 TEST_F(Events, PortLinkReachesFirstVnicElseEveryPnic) {
   Vnic::Ptr nic = vm->vnicIs("4000");
   Vnic::Ptr twin = vi->vmIs("vm-43")->vnicIs("4000");  // the same key on another switch

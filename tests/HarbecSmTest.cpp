@@ -120,33 +120,6 @@ TEST_F(HarbecSmTest, UpdateThreadClearsTheInventoryAndLogsIn) {
   EXPECT_EQ(dvsMor.__item + (dvsMor.type ? "typed" : ""), "");
 }
 
-// Another instance logs in on its own connection and leaves the inventory
-// alone; a repeated connect logs in anew and the new session's cookie is
-// the one sent from then on.
-TEST_F(HarbecSmTest, OtherInstanceLogsInWithoutClearingAndReconnects) {
-  Session s("Worker", sim->url);
-  {
-    Kel::ActivityLockAnchor anchor;
-    s.vi->vmIs("vm-50");
-  }
-  s.sm->versionIs("12");
-  s.connect();
-  s.connect();
-  EXPECT_EQ(s.state(), sessionConnected);
-  EXPECT_EQ(log.take().size(), 2u);
-  EXPECT_EQ(s.status().successCount, 4u);
-  {
-    Kel::ActivityLockAnchor anchor;
-    EXPECT_EQ(s.vi->vms(), 1u);
-  }
-  EXPECT_EQ(s.sm->version(), "12");
-
-  s.post({"after the reconnect"});
-  EXPECT_EQ(sim->userEventMessages(), Lines{"after the reconnect"});
-  Lines users = peer::values(sim->call("GET", "/calls?method=LogUserEvent"), "user");
-  EXPECT_EQ(users, Lines{kUser}) << "the session cookie went back";
-}
-
 // Before a session stands: an incomplete configuration is not an attempt,
 // a refused login and an unreachable vCenter are logged and leave the
 // session disconnected, and the next good ConnectRequest connects.
@@ -205,22 +178,6 @@ TEST_F(HarbecSmTest, CertificateCheckedOnlyAgainstTheGivenCas) {
       << s.soapStatus->lastFailureDetail();
 }
 
-// A probe of a live session: CurrentTime goes out, and its success is not
-// counted, though it is the message last sent.
-TEST_F(HarbecSmTest, ConnectionStatusOnALiveSession) {
-  Session s("Worker", sim->url);
-  s.connect();
-  log.take();
-  s.probe();
-  EXPECT_EQ(log.take(), Lines{});
-  EXPECT_EQ(s.state(), sessionConnected);
-  StatusView st = s.status();
-  EXPECT_EQ(st.lastMsgSent, "soapMsgCurrentTime");
-  EXPECT_EQ(st.lastSuccessMsg, "soapMsgLogin");
-  EXPECT_EQ(st.successCount, 2u);
-  EXPECT_EQ(sim->calls().back(), "CurrentTime");
-}
-
 // On a live session a "Try Again" fault is neither logged nor a reason to
 // exit; a recoverable fault is logged; the thread goes on with its queue.
 TEST_F(HarbecSmTest, FaultsThatLeaveTheSessionRunning) {
@@ -241,23 +198,6 @@ TEST_F(HarbecSmTest, FaultsThatLeaveTheSessionRunning) {
   s.post({"posted"});
   EXPECT_EQ(sim->userEventMessages(), Lines{"posted"});
   EXPECT_EQ(s.status().failureCount, 1u) << "user events are not counted";
-}
-
-TEST_F(HarbecSmTest, UserEventsGoOnTheRootFolderOfALiveSessionOnly) {
-  Session s("Worker", sim->url);
-  s.post({"before any login"});
-  s.connect();
-  s.post({});
-  EXPECT_EQ(sim->calls(), (Lines{"RetrieveServiceContent", "Login"})) << "nothing for an empty request";
-  s.post({"first", "Grüße ✓"});
-  EXPECT_EQ(sim->userEventMessages(), (Lines{"first", "Grüße ✓"})) << "UTF-8 as it stands";
-  EXPECT_EQ(sim->userEventEntities(), (Lines{sim->rootFolder(), sim->rootFolder()}));
-
-  Session down("Worker", deadUrl());
-  down.connect();
-  down.post({"while disconnected"});
-  EXPECT_EQ(sim->userEventMessages().size(), 2u);
-  EXPECT_EQ(log.take().back(), connectFailed("RetrieveServiceContent")) << "and nothing after it";
 }
 
 TEST_F(HarbecSmTest, AlarmDefinitionGoesOutDisabledAndWithoutAction) {
@@ -322,17 +262,6 @@ class SoapExceptionTable : public testing::Test {
   LogCapture log;
 };
 
-TEST_F(SoapExceptionTable, TimeOutBeforeASessionStandsIsAConnectFailure) {
-  timeOut();
-  TraceCapture trace;
-  handleSoapException(s.sm, SoapException(SoapException::connectionException, "RetrieveServiceContent"));
-  EXPECT_TRUE(trace.has("Client side Timeout detected. Restarting agent")) << trace.text();
-  EXPECT_TRUE(trace.has("SoapException: RetrieveServiceContent ")) << trace.text();
-  EXPECT_EQ(log.take(), Lines{connectFailed("RetrieveServiceContent")});
-  EXPECT_EQ(s.state(), sessionDisconnected);
-  EXPECT_EQ(s.status().lastError.rfind("RetrieveServiceContent ", 0), 0u);
-}
-
 TEST_F(SoapExceptionTable, TimeOutOnALiveSessionEndsTheProcessWhateverTheFault) {
   stateIs(sessionConnected);
   timeOut();
@@ -373,18 +302,6 @@ TEST_F(SoapExceptionTable, UnexpectedExceptionsAndStatesAreAssertions) {
         handleSoapException(s.sm, SoapException(SoapException::fatalRpcException, "CurrentTime"));
       },
       output({"Unexpected session state SessionState(3)", "0 && \"Unexpect session state.\""}));
-}
-
-// A probe before any login is a fatal failure in a state that knows none.
-TEST_F(SoapExceptionTable, ProbeBeforeAnyLoginIsAnAssertion) {
-  s.config->urlIs(deadUrl());
-  EXPECT_DEATH(
-      {
-        Kel::logSinkIs(nullptr);
-        s.connect();
-        s.probe();
-      },
-      output({connectFailed("RetrieveServiceContent"), kLossOfConnectivity, "Unexpect SOAP exception type."}));
 }
 
 // Dispatch on hand-built requests. The session is marked live without a
@@ -443,37 +360,6 @@ TEST_F(Dispatch, EachRequestTypeReachesItsHandler) {
 
   s.sm->initializedIs(false);
   EXPECT_EQ(routed(counterUpdateRequestFactory("r")), "") << "dropped in silence before initialisation";
-}
-
-TEST_F(Dispatch, UnknownTypesAndFailedCastsAreAssertions) {
-  for (unsigned type : {0u, 10u}) {
-    SoapRequest::Ptr request = connectRequestFactory("odd");
-    request->requestTypeIs(SoapRequestType(type));
-    EXPECT_DEATH(
-        {
-          Harbec::traceHandle().levelsUpTo(6);
-          s.sm->processSoapRequest(request);
-        },
-        output({"Request name: odd", "Request type: ", "0 && \"Unexpected request type.\""}));
-  }
-  const std::vector<std::pair<SoapRequestType, std::string>> casts = {
-      {counterUpdateRequestType, "counterUpdateReq && \"Cast to CounterUpdateRequest failed.\""},
-      {connectRequestType, "connectReq && \"Cast to ConnectRequest failed.\""},
-      {blockPortRequestType, "blockPortReq && \"Cast to BlockPortRequest failed.\""},
-      {checkForUpdatesRequestType, "checkForUpdatesReq && \"Cast to CheckForUpdatesRequest failed.\""},
-      {updateHostNwInfoRequestType, "updateHostNwInfoReq && \"Cast to UpdateHostNwInfo failed.\""},
-      {fetchDvPortRequestType, "fetchDvPortReq && \"Cast to FetchDvPortRequest failed.\""},
-      {refreshDvPortRequestType, "refreshDvPortReq && \"Cast to RefreshDvPortRequest failed.\""},
-      {connectionStatusRequestType, "connectionStatusReq && \"Cast to ConnectionStatusRequest failed.\""},
-      {logMsgRequestType, "logMsgReq && \"Cast to LogMsgRequest failed.\""},
-  };
-  for (const auto& [type, assertion] : casts) {
-    // A request of another class under the type's number.
-    SoapRequest::Ptr request = type == logMsgRequestType ? SoapRequest::Ptr(connectRequestFactory("c"))
-                                                         : SoapRequest::Ptr(logMsgRequestFactory("l"));
-    request->requestTypeIs(type);
-    EXPECT_DEATH(s.sm->processSoapRequest(request), output({assertion}));
-  }
 }
 
 // Only the message in flight may be answered.

@@ -108,59 +108,6 @@ TEST_F(HostNetworkHintsTest, CdpAndLldpTieInterfacesToHostsAndNics) {
   EXPECT_TRUE(s.vi->initialSync());
 }
 
-// A cable moved to another NIC of the host, then to another host: the tie
-// follows, and a NIC that already named the interface is written "" and
-// back so that its listeners look again. The NIC left behind loses its peer.
-TEST_F(HostNetworkHintsTest, TheTieFollowsAMovedCable) {
-  hint("host-23", "vmnic0", cdp(kBridge, "Ethernet1"));
-  update();
-  TraceCapture trace;
-  update();
-  EXPECT_FALSE(trace.has("Trigger pnic refresh")) << "the same hint again changes nothing";
-  PeerIntfListener listener;
-  {
-    Kel::ActivityLockAnchor anchor;
-    EXPECT_EQ(intf("Ethernet1")->nwInfoRspCnt(), 2u);
-    pnic("host-23", "vmnic1")->peerIntfIs("Ethernet1");
-    listener.notifierIs(pnic("host-23", "vmnic1"));
-  }
-  hint("host-23", "vmnic0");
-  hint("host-23", "vmnic1", cdp(kBridge, "Ethernet1"));
-  update();
-  EXPECT_EQ(listener.seen, (Lines{"", "Ethernet1"}));
-  EXPECT_TRUE(trace.has("Trigger pnic refresh if intfToEsxMap changes."));
-  EXPECT_EQ(peer("host-23", "vmnic0"), (Lines{"", "", "", ""}));
-  {
-    Kel::ActivityLockAnchor anchor;
-    EXPECT_EQ(intf("Ethernet1")->vmnicKey(), "vmnic1");
-  }
-
-  hint("host-23", "vmnic1");
-  hint("host-44", "vmnic1", cdp(kBridge, "Ethernet1"));
-  update();
-  Kel::ActivityLockAnchor anchor;
-  EXPECT_EQ(intf("Ethernet1")->hostRef(), "host-44");
-  EXPECT_EQ(intf("Ethernet1")->nwInfoRspCnt(), 4u);
-  EXPECT_EQ(pnic("host-44", "vmnic1")->peerIntf(), "Ethernet1");
-}
-
-// A record that lacks its device or port id clears the NIC's peer, also
-// when an LLDP record is there; an LLDP record with an empty chassis id
-// counts as missing.
-TEST_F(HostNetworkHintsTest, IncompleteRecordsClearThePeer) {
-  hint("host-23", "vmnic0", cdp(kBridge, "Ethernet1", ",\"systemName\":\"leaf1\""));
-  hint("host-23", "vmnic1", lldp(kBridge, "Ethernet2"));
-  update();
-  hint("host-23", "vmnic0", cdp(kBridge, "", ",\"systemName\":\"leaf1\"") + "," + lldp(kBridge, "Ethernet1"));
-  hint("host-23", "vmnic1", lldp("", "Ethernet2"));
-  update();
-  EXPECT_EQ(peer("host-23", "vmnic0"), (Lines{"", "", "", ""}));
-  EXPECT_EQ(peer("host-23", "vmnic1"), (Lines{"", "", "", ""}));
-  Kel::ActivityLockAnchor anchor;
-  EXPECT_EQ(intf("Ethernet1")->hostRef(), "host-23") << "a vanished hint leaves the tie";
-  EXPECT_EQ(intf("Ethernet1")->nwInfoRspCnt(), 1u);
-}
-
 // On an inventory that a real update set has built: hosts are asked by
 // their network systems, and the first answer after that set marks the
 // initial sync; before it, no host is known and nothing is asked.

@@ -103,43 +103,6 @@ std::string mapping(Pnic::Ptr p) {
   return os.str();
 }
 
-TEST_F(HostUpdates, EnterModifyLeaveAndHostIds) {
-  apply(ns2__ObjectUpdateKind__enter, "host-1", {network(), name("esx-01")});
-  EsxHost::Ptr host = vi->esxHost("host-1");
-  ASSERT_TRUE(host);
-  EXPECT_EQ(host->hostId(), 1u);
-  // The kernel machine, filled before "name" came, learns the name in the same pass.
-  Vm::Ptr kernel = vi->vm("host-1");
-  ASSERT_TRUE(kernel);
-  EXPECT_EQ(host->vm(), kernel);
-  EXPECT_EQ(kernel->vmName(), "VMKernel");
-  EXPECT_EQ(kernel->hostRef(), "host-1");
-  EXPECT_EQ(kernel->hostName(), "esx-01");
-  EXPECT_TRUE(kernel->powerState());
-
-  // A second enter is a modify of the same host and kernel machine.
-  apply(ns2__ObjectUpdateKind__enter, "host-1", {name("esx-01b")});
-  EXPECT_EQ(vi->esxHost("host-1"), host);
-  EXPECT_EQ(host->vm(), kernel);
-  EXPECT_EQ(host->hostName(), "esx-01b");
-
-  apply(ns2__ObjectUpdateKind__enter, "host-2");
-  apply(ns2__ObjectUpdateKind__enter, "host-3");
-  apply(ns2__ObjectUpdateKind__leave, "host-2");
-  EXPECT_FALSE(vi->esxHost("host-2"));
-  EXPECT_FALSE(vi->vm("host-2"));
-  apply(ns2__ObjectUpdateKind__enter, "host-4");
-  EXPECT_EQ(vi->esxHost("host-4")->hostId(), 2u);
-  // Neither a kind beyond leave nor a leave of an unknown host does anything.
-  apply(static_cast<ns2__ObjectUpdateKind>(3), "host-5");
-  apply(ns2__ObjectUpdateKind__leave, "host-6");
-  EXPECT_EQ(vi->esxHosts() + vi->vms(), 6u);
-  EXPECT_EQ(getHostId(), 4u);
-
-  EXPECT_DEATH(apply(ns2__ObjectUpdateKind__modify, "host-9", {name("ghost")}),
-               "objUpdate->kind != ns2__ObjectUpdateKind__modify");
-}
-
 TEST_F(HostUpdates, HardwareAndPciNamesOfTheSameRecord) {
   auto* hw = soap_new_ns2__HostHardwareInfo(soap);
   hw->cpuPkg = {soap_new_req_ns2__HostCpuPackage(soap, "Xeon Gold"), soap_new_req_ns2__HostCpuPackage(soap, "Xeon")};
@@ -206,86 +169,6 @@ TEST_F(HostUpdates, ProxySwitchBeforeBondBridgeBeforeNone) {
   EXPECT_EQ(mapping(host->pnic("vmnic0")), "key-vSwitch2host-1||||9000|vmnic0");
   EXPECT_EQ(mapping(host->pnic("vmnic1")), "||||0|vmnic1");
   EXPECT_EQ(host->vswitchs(), 3u);
-}
-
-TEST_F(HostUpdates, StandardPortGroupVlans) {
-  // vlanId, then what the group reads: vlanId trunk accessVlanId trunkAllowedVlans.
-  const std::vector<std::pair<int, std::string>> steps = {
-      {7, "7 0 7 "},      {4095, "4095 1 7 1-4094"},       {0, "0 0  1-4094"},
-      {4094, "4094 0 4094 1-4094"}, {4096, "4096 0  1-4094"}};
-  for (auto& [vlan, expected] : steps) {
-    portGroup("key-VM Network", vlan);
-    portGroup("key-No Spec", 0, false);
-    apply(ns2__ObjectUpdateKind__enter, "host-1", {network()});
-    EsxHost::Ptr host = vi->esxHost("host-1");
-    ASSERT_EQ(host->portGroups(), 1u);
-    PortGroup::Ptr pg = host->portGroup("key-VM Networkhost-1");
-    std::ostringstream os;
-    os << pg->vlanId() << " " << pg->trunk() << " " << pg->accessVlanId() << " " << pg->trunkAllowedVlans();
-    EXPECT_EQ(os.str(), expected) << vlan;
-    EXPECT_EQ(pg->pgName() + "/" + pg->switchRef(), "VM Network/vSwitch0");
-  }
-}
-
-TEST_F(HostUpdates, VmkernelNicsAndTheirMasks) {
-  vmk("vmk0", "10.0.0.5", "255.255.255.0");
-  vmk("vmk1", "10.0.1.5", "0.0.0.0");
-  vmk("vmk2", "10.0.2.5", "255.0.255.0");
-  ns2__HostVirtualNicSpec* dv = vmk("vmk3", "10.0.3.5", "255.255.255.255");
-  dv->distributedVirtualPort = soap_new_req_ns2__DistributedVirtualSwitchPortConnection(soap, "dvs-uuid");
-  dv->distributedVirtualPort->portKey = str("100");
-  dv->distributedVirtualPort->portgroupKey = str("dvportgroup-9");
-  apply(ns2__ObjectUpdateKind__enter, "host-1", {network()});
-  EsxHost::Ptr host = vi->esxHost("host-1");
-  Vm::Ptr kernel = host->vm();
-  const unsigned lengths[] = {24, 0, 4294967295u, 32};
-  for (unsigned i = 0; i < 4; ++i) {
-    Kel::Name device("vmk" + std::to_string(i));
-    for (Vnic::Ptr v : {host->vnic(device), kernel->vnic(device)}) {
-      ASSERT_TRUE(v) << i;
-      EXPECT_EQ(v->ipAddrWithMask().length(), lengths[i]) << i;
-      EXPECT_EQ(v->ipAddrWithMask().addr().stringValue(), Kel::format("10.0.%u.5", i));
-      EXPECT_EQ(v->vnicType(), vmKernelNic);
-      EXPECT_EQ(v->portGroup(), i == 3 ? "dvportgroup-9" : "Management Network");
-    }
-    // Only the kernel machine's copy carries the MAC address.
-    EXPECT_EQ(host->vnic(device)->macAddress() + "/" + kernel->vnic(device)->macAddress(),
-              Kel::format("/00:50:56:6a:00:0%u", i));
-  }
-
-  // An address without a mask, a distributed port without a port key: the old values stay.
-  vmk("vmk0", "10.9.9.9");
-  vmk("vmk3")->distributedVirtualPort = soap_new_req_ns2__DistributedVirtualSwitchPortConnection(soap, "dvs-uuid");
-  apply(ns2__ObjectUpdateKind__modify, "host-1", {network()});
-  for (Vnic::Ptr v : {host->vnic("vmk0"), kernel->vnic("vmk0")}) {
-    EXPECT_EQ(v->ipAddrWithMask().addr().stringValue(), "10.0.0.5");
-    EXPECT_EQ(v->configId(), 2u);
-  }
-  EXPECT_EQ(host->vnic("vmk3")->portKey() + "/" + kernel->vnic("vmk3")->portKey(), "100/100");
-}
-
-TEST_F(HostUpdates, WhatTheConfigurationNoLongerNamesIsSwept) {
-  for (const char* d : {"vmnic0", "vmnic1"}) pnic(d);
-  portGroup("key-A", 10);
-  portGroup("key-B", 20);
-  vmk("vmk0");
-  apply(ns2__ObjectUpdateKind__enter, "host-1", {network()});
-  EsxHost::Ptr host = vi->esxHost("host-1");
-  Vm::Ptr kernel = host->vm();
-  // Nothing marked, nothing swept: a record without the configuration, or with one of no value.
-  apply(ns2__ObjectUpdateKind__modify, "host-1", {name("esx-01"), change("config.network", nullptr)});
-  EXPECT_EQ(host->pnics() + host->portGroups() + kernel->vnics(), 5u);
-
-  for (const char* d : {"vmnic0", "vmnic2"}) pnic(d);
-  portGroup("key-A", 10);
-  apply(ns2__ObjectUpdateKind__modify, "host-1", {network()});
-  EXPECT_FALSE(host->pnic("vmnic1"));
-  EXPECT_FALSE(host->portGroup("key-Bhost-1"));
-  EXPECT_FALSE(kernel->vnic("vmk0"));
-  EXPECT_TRUE(host->vnic("vmk0"));
-  EXPECT_EQ(host->pnic("vmnic0")->configId(), 2u);
-  // Ids of NICs are not reused.
-  EXPECT_EQ(host->pnic("vmnic2")->pnicId(), 3);
 }
 
 // What the schema lets vCenter leave out, where the handlers would have

@@ -68,27 +68,6 @@ TEST_F(NetworkUpdates, VlanPoliciesInTurn) {
   }
 }
 
-TEST_F(NetworkUpdates, PortGroupsAndSwitchesComeAndGo) {
-  processPortGroupUpdates(
-      update(enter, "DistributedVirtualPortgroup", "dvportgroup-20", {change("name", str("Prod-120"))}), vi);
-  processDVSUpdates(update(enter, "VmwareDistributedVirtualSwitch", "dvs-5",
-                           {change("name", str("DSwitch")), change("uuid", str("50 2b"))}),
-                    vi);
-  processDVSUpdates(update(modify, "VmwareDistributedVirtualSwitch", "dvs-5", {change("name", str("DSwitch-2"))}), vi);
-  EXPECT_EQ(vi->portGroup("dvportgroup-20")->pgName(), "Prod-120");
-  DVS::Ptr dvs = vi->dvs("dvs-5");
-  EXPECT_EQ(dvs->dvsName(), "DSwitch-2");
-  EXPECT_EQ(dvs->uuId(), "50 2b");
-
-  // Leaves, also of keys never seen.
-  for (const char* key : {"dvportgroup-20", "dvportgroup-9"})
-    processPortGroupUpdates(update(leave, "DistributedVirtualPortgroup", key), vi);
-  for (const char* key : {"dvs-5", "dvs-9"}) processDVSUpdates(update(leave, "VmwareDistributedVirtualSwitch", key), vi);
-  EXPECT_EQ(vi->portGroups(), 0u);
-  EXPECT_EQ(vi->dvss(), 0u);
-  EXPECT_EQ(dvs->parent(), nullptr);
-}
-
 TEST_F(NetworkUpdates, DatacenterAndComputeResourceTables) {
   processDCUpdates(update(enter, "Datacenter", "datacenter-2",
                           {change("name", str("DC-East")), change("hostFolder", ref("group-h4", "Folder"))}),

@@ -59,17 +59,6 @@ TEST_F(PortBlockingTest, BlockAndUnblockGoOutAsPortEdits) {
   EXPECT_EQ(log.take(), Lines{});
 }
 
-// vCenter refuses a reconfiguration without a switch: a fatal failure of
-// the live session, recorded by the simulator all the same.
-TEST_F(PortBlockingTest, ARefusalIsAFatalFailure) {
-  block(7, true);
-  EXPECT_EQ(log.take(), (Lines{"HARBEC_RPC_FAULT: The RPC ReconfigureDVPort failed.",
-                               "HARBEC_AGENT_RESTART: Agent restarting due to network error."}));
-  EXPECT_NE(compact(sim->call("GET", "/portreconfigs")).find("\"found\":false"), std::string::npos);
-  EXPECT_EQ(s.status().failureCount, 0u) << "not reported";
-  EXPECT_EQ(s.state(), sessionConnected);
-}
-
 // Before the next update call the pending shutdowns go out one by one, a
 // key leaving the collection once its block has gone through; a failure
 // leaves the failed key and those after it for the next call.

@@ -93,18 +93,6 @@ TEST(EnumText, NamesNumbersAndTheirFailures) {
     EXPECT_EQ(rangeMessage([&] { RestRequestTypeInstance(String8(wrong)); }), "RestRequestType") << wrong;
 }
 
-TEST(EnumText, SequenceReadsAQuotedName) {
-  const String8 text("  'ftActive' rest");
-  Kel::StrIter i = text.begin();
-  FTStatus s = ftDisabled;
-  sequenceToValue(i, text.end(), &s);
-  EXPECT_EQ(s, ftActive);
-  EXPECT_EQ(i - text.begin(), 12);
-  EXPECT_EQ(readFailure<FTStatus>("'ftactive'"), "FTStatus");
-  // Unquoted, it fails as the string reader does.
-  EXPECT_EQ(readFailure<FTStatus>("ftActive"), readFailure<String8>("ftActive"));
-}
-
 // ---------------------------------------------------------------------- LogMsg
 
 TEST(LogMsgText, StrepHasTheFixedForm) {
@@ -120,37 +108,6 @@ TEST(LogMsgText, StrepHasTheFixedForm) {
   EXPECT_TRUE(!LogMsg());
   for (const LogMsg& set : {LogMsg("e", "", false), LogMsg("", "m", false), LogMsg("", "", true)})
     EXPECT_FALSE(!set);
-}
-
-TEST(LogMsgText, StrepParsesBackToAnEqualValue) {
-  const std::vector<LogMsg> values = {
-      LogMsg(),
-      LogMsg("host-9", "link down", true),
-      LogMsg("", "quote ' backslash \\ end\\", false),
-      LogMsg("a}b)c", "', 'alarm': True})", true),
-      LogMsg("multi\nline\t", String8("nul\0byte", 8), false),
-  };
-  for (const LogMsg& v : values) {
-    const String8 strep = valueToStrep(v);
-    EXPECT_EQ(Kel::strepToValue<LogMsg>(strep), v) << strep;
-  }
-}
-
-TEST(LogMsgText, FieldsInAnyOrderRepeatedOrNoneAndBlanksAround) {
-  const std::pair<const char*, LogMsg> cases[] = {
-      {"Value('Harbec::LogMsg', ** {'alarm': True, 'msg': 'm', 'entityRef': 'e'})", LogMsg("e", "m", true)},
-      {"Value('Harbec::LogMsg', ** {'msg': 'first', 'alarm': True, 'msg': 'second', 'alarm': False})",
-       LogMsg("", "second", false)},
-      {"Value('Harbec::LogMsg',**{'msg':'m'})", LogMsg("", "m", false)},
-      {" \n Value ( 'Harbec::LogMsg' , ** {\n  'msg' : 'm' ,\n  'alarm' : True\n } ) \n", LogMsg("", "m", true)},
-      {"Value('Harbec::LogMsg', ** {  \n })", LogMsg()},
-  };
-  for (const auto& [text, value] : cases) EXPECT_EQ(Kel::strepToValue<LogMsg>(text), value) << text;
-  // A sequence read stops after the blanks that follow the value.
-  const String8 text = valueToStrep(LogMsg("e", "m", true)) + "  \t, next";
-  Kel::StrIter i = text.begin();
-  EXPECT_EQ(LogMsg(i, text.end()), LogMsg("e", "m", true));
-  EXPECT_EQ(*i, ',');
 }
 
 TEST(LogMsgText, ParseFailureMessages) {
@@ -172,45 +129,6 @@ TEST(LogMsgText, ParseFailureMessages) {
             fieldFailure<String8>("12", "entityRef"));
   EXPECT_EQ(parseFailure<LogMsg>(head + "'msg': 'open})"),
             fieldFailure<String8>("'open})", "msg"));
-}
-
-TEST(LogMsgText, MalformedFramingIsRefused) {
-  const std::vector<const char*> bad = {
-      "",
-      "value('Harbec::LogMsg', ** {})",
-      "Value('Harbec::SoapException', ** {})",
-      "Value('LogMsg', ** {})",
-      "Value('Harbec::LogMsg' ** {})",
-      "Value('Harbec::LogMsg', * {})",
-      "Value('Harbec::LogMsg', ** {'msg': 'm' 'alarm': True})",
-      "Value('Harbec::LogMsg', ** {, 'msg': 'm'})",
-      "Value('Harbec::LogMsg', ** {'msg' 'm'})",
-      "Value('Harbec::LogMsg', ** {}",
-  };
-  for (const char* text : bad)
-    EXPECT_THROW(Kel::strepToValue<LogMsg>(text), RangeException) << text;
-}
-
-TEST(LogMsgText, JunkAfterTheValue) {
-  const String8 strep = valueToStrep(LogMsg("e", "m", false));
-  const String8 text = strep + "  \n x)";
-  try {
-    Kel::strepToValue<LogMsg>(text);
-    FAIL() << "junk was accepted";
-  } catch (const RangeException& e) {
-    EXPECT_EQ(e.message(), Kel::format("junk at column %lld deserializing %s",
-                                       static_cast<long long>(strep.length() + 4), text.charPtr()));
-    EXPECT_TRUE(e.ids().has(12));
-  }
-  EXPECT_EQ(parseFailure<LogMsg>("Value('Harbec::LogMsg', ** {}))"),
-            "junk at column 30 deserializing Value('Harbec::LogMsg', ** {}))");
-  // Parse failures inside the value are not junk.
-  try {
-    Kel::strepToValue<LogMsg>("Value('Harbec::LogMsg', ** {");
-    FAIL();
-  } catch (const RangeException& e) {
-    EXPECT_FALSE(e.ids().has(12));
-  }
 }
 
 // ---------------------------------------------------------- exception records
@@ -243,21 +161,6 @@ TEST(ExceptionRecordText, StrepAndRoundTrip) {
                 "Value('Harbec::SoapException', ** {'what': 'w', 'id': 'connectionException', "
                 "'id': 'fatalRpcException'})"),
             SoapException(SoapException::fatalRpcException, "w"));
-}
-
-TEST(ExceptionRecordText, ParseFailures) {
-  const String8 soap("Value('Harbec::SoapException', ** {");
-  const String8 rest("Value('Harbec::RestException', ** {");
-  EXPECT_EQ(parseFailure<SoapException>(soap + "'id': 'viException'"), "premature end of value type SoapException");
-  EXPECT_EQ(parseFailure<RestException>(rest + "'id': 'httpGetException', 'code': 1})"),
-            "RestException has no such attribute: code");
-  // An unknown id prints, but does not read back; nor does a number.
-  const SoapException unknown(SoapException::Id(9), "w");
-  EXPECT_EQ(valueToStrep(unknown), "Value('Harbec::SoapException', ** {'id': 'SoapException::Id(9)', 'what': 'w'})");
-  EXPECT_EQ(parseFailure<SoapException>(valueToStrep(unknown)),
-            fieldFailure<SoapException::Id>("'SoapException::Id(9)'", "id"));
-  EXPECT_EQ(parseFailure<SoapException>(soap + "'id': 4})"), fieldFailure<SoapException::Id>("4", "id"));
-  EXPECT_THROW(Kel::strepToValue<SoapException>(rest + "})"), RangeException);
 }
 
 // ---------------------------------------------------------- BoundedString255

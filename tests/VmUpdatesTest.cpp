@@ -51,35 +51,6 @@ class VmUpdates : public UpdateRecords {
   }
 };
 
-TEST_F(VmUpdates, MachineValues) {
-  vi->esxHostIs("host-10", 1u)->hostNameIs("esx-01");
-  vmUpdate(enter, {change("name", str("web-01")), change("runtime.host", ref("host-10")),
-                   power(ns2__VirtualMachinePowerState__poweredOn),
-                   change("config.ftInfo", make<ns2__FaultTolerancePrimaryConfigInfo>())});
-  Vm::Ptr vm = vi->vm("vm-42");
-  auto state = [&] {
-    return vm->vmName().str() + "|" + vm->hostRef().str() + "|" + vm->hostName().str() + "|" +
-           std::to_string(vm->powerState()) + "|" + stringValue(vm->ftStatus()).str();
-  };
-  EXPECT_EQ(state(), "web-01|host-10|esx-01|1|ftActive");
-  EXPECT_EQ(vi->modifiedVms("vm-42"), "vm-42");
-  vmUpdate(modify, {power(ns2__VirtualMachinePowerState__suspended),
-                    change("config.ftInfo", make<ns2__FaultToleranceSecondaryConfigInfo>())});
-  EXPECT_EQ(state(), "web-01|host-10|esx-01|0|ftStandby");
-  // Null and foreign values: the host is forgotten but keeps its name, the
-  // fault-tolerance role falls back to disabled, the rest stays.
-  vmUpdate(modify, {change("name", nullptr), change("runtime.powerState", str("poweredOn")),
-                    change("runtime.host", nullptr), change("config.ftInfo", str("primary"))});
-  EXPECT_EQ(state(), "web-01||esx-01|0|ftDisabled");
-
-  vi->modifiedVmsDel("vm-42");
-  vmUpdate(modify, {change("guest.ipAddress", str("10.0.0.1"))});
-  EXPECT_EQ(vi->modifiedVms("vm-42"), "vm-42");
-  vmUpdate(leave);
-  EXPECT_FALSE(vi->vm("vm-42"));
-  EXPECT_EQ(vm->parent(), nullptr);
-}
-
 TEST_F(VmUpdates, Nics) {
   vmUpdate(enter, {hardware({make<ns2__VirtualDevice>(), nullptr,
                              card<ns2__VirtualE1000>(4000, network("VM Network")),

@@ -215,76 +215,6 @@ TEST_F(VsSession, FailuresAreCountedAndLoggedByStatus) {
   EXPECT_EQ(rest->successCount(), 0u);
 }
 
-TEST_F(VsSession, CredentialsAndAddressGoAsTheyStand) {
-  // The user name's colon goes unescaped, so the server splits the pair at it.
-  stub.call("PUT", "/auth", R"({"user":"ad","password":"min:pw"})");
-  config->usernameIs("ad:min");
-  config->passwordIs("pw");
-  config->urlIs(stub.url + "/");
-  serve("///api/x", R"("body":"<ok/>")");
-  fetch(vsHeartBeat, "/api/x");
-  EXPECT_EQ(stub.uris(), Lines{"///api/x"});
-  EXPECT_EQ(rest->successCount(), 1u);
-}
-
-TEST_F(VsSession, BodyInSmallChunksReadsAsOneBlock) {
-  const std::string wires = R"("generate":{"kind":"virtualWires","count":40,"portGroups":2})";
-  serve("api/wires", wires + R"(,"chunkSize":7)");
-  fetch(vsVxlanSegment, "api/wires");
-  ASSERT_EQ(vs->vxlanSegments(), 40u);
-  VxlanSegment::Ptr w = vs->vxlanSegment("virtualwire-17");
-  ASSERT_TRUE(w);
-  EXPECT_EQ(w->displayName(), "vw-17");
-  EXPECT_EQ(w->description(), "Generated virtualWire 17");
-  EXPECT_EQ(w->vni(), 5016u);
-  EXPECT_EQ(w->multicastIpAddr().stringValue(), "239.0.0.17");
-  EXPECT_EQ(w->networkScope(), "vdnscope-1");
-  EXPECT_EQ(w->dvsPortGroups(), 2u);
-  EXPECT_TRUE(w->dvsPortGroup("dvportgroup-1032") && w->dvsPortGroup("dvportgroup-1033"));
-  // The same document in one piece changes nothing.
-  tree.w.clear();
-  serve("api/wires", wires);
-  fetch(vsVxlanSegment, "api/wires");
-  EXPECT_TRUE(tree.w.empty());
-}
-
-TEST_F(VsSession, BatchMembersRunOnTheirOwnThroughTheRestThread) {
-  serve("api/a", R"("body":"<segmentRanges/>")");
-  serve("api/c", R"("body":"<multicastRanges/>")");
-  auto inner = batchedRestRequestFactory("inner", vsBatch, httpGET);
-  inner->restRequestIs(get(vsVniRange, "api/a"));
-  inner->restRequestIs(get(vsCluster, "api/b"));  // 404
-  auto outer = batchedRestRequestFactory("outer", vsBatch, httpPOST);
-  outer->endPointIs("api/batch");
-  outer->restRequestIs(inner);
-  outer->restRequestIs(get(vsMulticastAddrRange, "api/c"));
-  auto empty = batchedRestRequestFactory("empty", vsBatch, httpDELETE);
-
-  RestThread::Ptr thread = restThreadFactory(sm);
-  thread->addWebServiceRequest(empty);
-  thread->addWebServiceRequest(outer);
-  auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
-  for (;;) {
-    {
-      Kel::ActivityLockAnchor anchor;
-      if (rest->successCount() + rest->failureCount() >= 3) break;
-    }
-    ASSERT_LT(std::chrono::steady_clock::now(), deadline);
-    std::this_thread::sleep_for(std::chrono::milliseconds(5));
-  }
-  {
-    Kel::ActivityLockAnchor anchor;
-    thread = nullptr;  // joins the consumer
-  }
-  EXPECT_EQ(rest->successCount(), 2u);
-  EXPECT_EQ(rest->failureCount(), 1u);
-  EXPECT_EQ(rest->lastFailedMsg(), "api/b");
-  Lines uris = stub.uris();
-  EXPECT_EQ(std::set<std::string>(uris.begin(), uris.end()), (std::set<std::string>{"/api/a", "/api/b", "/api/c"}));
-  EXPECT_EQ(uris.size(), 3u);
-  EXPECT_EQ(logs.take(), Lines{"VMWAREVS_REST_FAULT: The REST request " + stub.url + "/api/b failed."});
-}
-
 TEST_F(VsSession, DiesOnAnythingButGetAndOnAnUnknownDataTypeAfterTheFetch) {
   auto put = restRequestFactory("put", vsVniRange, httpPUT);
   put->endPointIs("api/put");
@@ -421,18 +351,6 @@ TEST_F(VsTree, DeletionsFirstThenKeyOrderAndTheLaterOfTwoElementsWins) {
   // Another shape of reply is an empty list.
   apply(h, "<virtualWires><virtualWire><objectId>b</objectId></virtualWire></virtualWires>");
   EXPECT_EQ(vs->vxlanSegments(), 0u);
-}
-
-TEST_F(VsTree, OlderScopeWithNoClustersLosesThemAll) {
-  const Handler h = &VmwareVsSm::processNetworkScopeRequest;
-  apply(h, "<s><vdnScope><objectId>s</objectId><revision>1</revision><clusters>"
-           "<cluster><cluster><objectId>c1</objectId></cluster></cluster>"
-           "<cluster><cluster><objectId>c2</objectId></cluster></cluster></clusters></vdnScope></s>");
-  tree.w.clear();
-  apply(h, "<s><vdnScope><objectId>s</objectId><revision>2</revision><clusters/></vdnScope></s>");
-  std::sort(tree.w.begin(), tree.w.end());
-  EXPECT_EQ(tree.w, (Writes{"s.cluster:c1", "s.cluster:c2", "s.revision"}));
-  EXPECT_EQ(vs->networkScope("s")->clusters(), 0u);
 }
 
 TEST(VsRestStatus, AResultMustBeForTheEndpointLastSent) {

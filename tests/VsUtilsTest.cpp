@@ -34,29 +34,7 @@ pugi::xml_node parse(const char* xml) {
   return docs.back()->document_element();
 }
 
-Words splitOf(const std::string& s, const std::string& delimiters) {
-  Words tokens{"kept"};
-  split(s, delimiters, tokens);
-  return tokens;
-}
-
 }  // namespace
-
-TEST(TextUtils, SplitYieldsMaximalRunsAndAppends) {
-  EXPECT_EQ(splitOf("a/bb//c/", "/"), (Words{"kept", "a", "bb", "c"}));
-  EXPECT_EQ(splitOf("https://vc.example.com/sdk", "/"), (Words{"kept", "https:", "vc.example.com", "sdk"}));
-  EXPECT_EQ(splitOf(" a,b ;c", " ,;"), (Words{"kept", "a", "b", "c"}));
-  EXPECT_EQ(splitOf("///", "/"), Words{"kept"});
-  EXPECT_EQ(splitOf("", "/"), Words{"kept"});
-  EXPECT_EQ(splitOf("abc", ""), (Words{"kept", "abc"}));
-}
-
-TEST(TextUtils, StripExtraWhiteSpaceCountsBlanksOnly) {
-  EXPECT_EQ(stripExtraWhiteSpace("   Web   tier  "), "Web tier");
-  EXPECT_EQ(stripExtraWhiteSpace("a\tb \n c"), "a\tb \n c");
-  EXPECT_EQ(stripExtraWhiteSpace("\ta  b\t"), "\ta b\t");
-  EXPECT_EQ(stripExtraWhiteSpace("    "), "");
-}
 
 TEST(VsUtils, CommonElementsAreReadFromDirectChildrenOnly) {
   Kel::String8 name = "stale", displayName = "stale", description = "stale";
@@ -93,55 +71,6 @@ TEST(VsUtils, NumbersAndAddressesOfRanges) {
   MulticastAddrRange::Ptr m = unmarshalMulticastAddrRange(parse("<r><end>239.0.255.255</end><begin>239.0.0.0</begin></r>"));
   EXPECT_EQ(m->begin().stringValue(), "239.0.0.0");
   EXPECT_EQ(m->end().stringValue(), "239.0.255.255");
-}
-
-TEST(VsUtils, WiresScopesAndClusterMappings) {
-  VxlanSegment::Ptr w = unmarshalVxlanSegment(parse(
-      "<virtualWire><objectId>virtualwire-7</objectId><vdnId>5006</vdnId><multicastAddr>239.0.0.7</multicastAddr>"
-      "<vdnScopeId>vdnscope-1</vdnScopeId><vdsContextWithBacking><backingValue>dvportgroup-1</backingValue>"
-      "</vdsContextWithBacking><vdsContextWithBacking/></virtualWire>"));
-  EXPECT_EQ(w->vsDataType(), vsVxlanSegment);
-  EXPECT_EQ(w->vni(), 5006u);
-  EXPECT_EQ(w->multicastIpAddr().stringValue() + " " + w->networkScope().str(), "239.0.0.7 vdnscope-1");
-  EXPECT_TRUE(w->dvsPortGroups() == 2 && w->dvsPortGroup("dvportgroup-1") && w->dvsPortGroup(""));
-  EXPECT_EQ(unmarshalVxlanSegment(parse("<w><multicastAddr>239.1</multicastAddr></w>"))->multicastIpAddr().value(), 0u);
-
-  NetworkScope::Ptr s = unmarshalNetworkScope(
-      parse("<vdnScope><clusters><cluster><cluster><objectId>domain-c7</objectId></cluster></cluster>"
-            "<cluster><name>no inner cluster</name></cluster></clusters></vdnScope>"));
-  EXPECT_TRUE(s->clusters() == 2 && s->cluster("domain-c7") && s->cluster(""));
-  Cluster::Ptr c = unmarshalCluster(
-      parse("<clusterMapping><objectId>ignored</objectId><cluster><objectId>domain-c7</objectId>"
-            "<name>Cluster  A</name><scope><id>datacenter-2</id></scope></cluster>"
-            "<clusterMappingSpec><switch><objectId>dvs-21</objectId></switch></clusterMappingSpec>"
-            "</clusterMapping>"));
-  EXPECT_EQ(c->name() + "|" + c->displayName() + "|" + c->datacenter() + "|" + c->dvs(),
-            "domain-c7|Cluster A|datacenter-2|dvs-21");
-}
-
-TEST(VsUtils, OlderMeansALowerRevisionAndCopyTakesTheCommonThree) {
-  auto a = vxlanSegmentFactory("vw", vsVxlanSegment);
-  auto b = vxlanSegmentFactory("vw", vsVxlanSegment);
-  a->revisionIs(4);
-  b->revisionIs(4);
-  EXPECT_FALSE(a->isOlderThan(b));
-  b->revisionIs(5);
-  EXPECT_TRUE(a->isOlderThan(b));
-  EXPECT_FALSE(b->isOlderThan(a));
-
-  b->displayNameIs("name");
-  b->vniIs(7);
-  copy(a, b);
-  EXPECT_EQ(a->displayName() + " " + std::to_string(a->revision()) + " " + std::to_string(a->vni()), "name 5 0");
-
-  auto vs = vSFactory("vs");
-  EXPECT_EQ(vs->clusterIs("c", vsCluster), vs->clusterIs("c", vsCluster));
-  EXPECT_THROW(vs->clusterIs("c", vsVniRange), Kel::NameInUseException);
-}
-
-TEST(VsUtils, MarshalIsNotImplemented) {
-  EXPECT_DEATH(marshal(VxlanSegment::PtrConst(vxlanSegmentFactory("x", vsVxlanSegment))), "Implement as needed");
-  EXPECT_DEATH(marshal(clusterFactory("x", vsCluster)), "Implement as needed");
 }
 
 TEST(MemoryBuffer, ChunksMakeOneTerminatedBlock) {

@@ -11,8 +11,6 @@
 #include <functional>
 #include <future>
 #include <mutex>
-#include <sstream>
-#include <streambuf>
 #include <string>
 #include <thread>
 #include <unistd.h>
@@ -122,31 +120,6 @@ void expectEachOnceInProducerOrder(const std::vector<std::string>& seen, char ta
 
 void useThreadsafeDeathTests() { GTEST_FLAG_SET(death_test_style, "threadsafe"); }
 
-// Raises a flag once a trace containing the given text has been written.
-class TraceWatch : public std::streambuf {
- public:
-  explicit TraceWatch(std::string text) : text_(std::move(text)) {}
-  std::atomic<bool> seen{false};
-
- protected:
-  int overflow(int c) override {
-    char ch = static_cast<char>(c);
-    xsputn(&ch, 1);
-    return c;
-  }
-  std::streamsize xsputn(const char* s, std::streamsize n) override {
-    line_.append(s, n);
-    if (line_.find(text_) != std::string::npos) seen = true;
-    size_t nl = line_.rfind('\n');
-    if (nl != std::string::npos) line_.erase(0, nl + 1);
-    return n;
-  }
-
- private:
-  std::string text_;
-  std::string line_;
-};
-
 }  // namespace
 
 TEST(WebServiceThread, ManyProducersEveryRequestOnceInEachProducersOrder) {
@@ -238,70 +211,6 @@ TEST(WebServiceThread, DestroyWaitsForRequestInProgressAndDropsTheQueued) {
   for (const auto& r : queued) EXPECT_EQ(r->references(), 1u) << r->name();
 }
 
-TEST(WebServiceThread, QueueIndicesRunOnAndNeverReset) {
-  auto handler = TestSoapHandler::create();
-  auto thread = soapThreadFactory(handler);
-  auto a = connectRequestFactory("a"), b = connectRequestFactory("b"), c = connectRequestFactory("c");
-  {
-    // Straight on the queue: no wake-up is posted, so the consumer sleeps on.
-    Kel::ActivityLockAnchor anchor;
-    EXPECT_EQ(thread->requestEnq(a), 0u);
-    EXPECT_EQ(thread->requestEnq(b), 1u);
-    EXPECT_EQ(thread->requestDeq(), a);
-    EXPECT_EQ(thread->requestMetadata(), (RequestMetadata{1, 2}));
-    thread->requestDelAll();
-    EXPECT_EQ(thread->requestDeq(), nullptr);
-    // Emptied, the queue still hands out the next index; an entry placed
-    // beyond it moves the next one past it.
-    EXPECT_EQ(thread->requestEnq(a), 2u);
-    thread->requestIs(10, b);
-    EXPECT_EQ(thread->requestEnq(c), 11u);
-    thread->requestDel(10);
-    EXPECT_EQ(thread->requestDeq(), a);
-    EXPECT_EQ(thread->requestDeq(), c);
-    EXPECT_EQ(thread->requestEnq(b), 12u);
-    thread = nullptr;
-  }
-  EXPECT_TRUE(handler->recorder.seen.empty());
-}
-
-TEST(WebServiceThread, LastWakeUpTimeWrittenAtConstructionAndAtEachWakeUp) {
-  auto handler = TestSoapHandler::create();
-  double before = Kel::now();
-  auto thread = soapThreadFactory(handler);
-  double previous = thread->lastWakeUpTime();
-  EXPECT_GE(previous, before);
-  for (int round = 0; round < 2; ++round) {
-    std::this_thread::sleep_for(5ms);
-    double beforeAdd = Kel::now();
-    thread->addWebServiceRequest(checkForUpdatesRequestFactory(Kel::format("wake%d", round)));
-    ASSERT_TRUE(handler->recorder.waitFor(round + 1));
-    Kel::ActivityLockAnchor anchor;
-    EXPECT_GE(thread->lastWakeUpTime(), beforeAdd);
-    EXPECT_GT(thread->lastWakeUpTime(), previous);
-    previous = thread->lastWakeUpTime();
-  }
-  dropUnderActivityLock(thread);
-}
-
-TEST(WebServiceThreadDeathTest, ConsumerWakingOnClearedQueueDies) {
-  useThreadsafeDeathTests();
-  EXPECT_DEATH(
-      {
-        auto handler = TestSoapHandler::create();
-        auto thread = soapThreadFactory(handler);
-        {
-          // The consumer cannot dequeue while the lock is held here.
-          Kel::ActivityLockAnchor anchor;
-          for (int i = 0; i < 3; ++i)
-            thread->addWebServiceRequest(connectRequestFactory(Kel::format("c%d", i)));
-          thread->clearWebServiceRequests();
-        }
-        std::this_thread::sleep_for(5s);
-      },
-      "soapRequest && \"WebServiceRequest is not a SoapRequest\"");
-}
-
 TEST(WebServiceThreadDeathTest, MisuseEndsTheProcess) {
   useThreadsafeDeathTests();
   const char* notSoap = "soapRequest && \"WebServiceRequest is not a SoapRequest\"";
@@ -320,39 +229,4 @@ TEST(WebServiceThreadDeathTest, MisuseEndsTheProcess) {
   EXPECT_DEATH(soapThread->exitIs(pthread_mutex_t()), "0 && \"exitIs should never be called\"");
   dropUnderActivityLock(soapThread);
   dropUnderActivityLock(restThread);
-}
-
-TEST(WebServiceThreadDeathTest, RequestDequeuedWhileTheThreadIsDestroyedReachesTheBaseClass) {
-  useThreadsafeDeathTests();
-  EXPECT_DEATH(
-      {
-        alarm(10);  // a destroy() that keeps the lock across the join hangs here
-        auto handler = TestSoapHandler::create();
-        auto thread = soapThreadFactory(handler);
-        TraceWatch watch("doShutdown");
-        std::ostream traces(&watch);
-        Kel::coverageStream_ = &traces;
-        {
-          Kel::ActivityLockAnchor anchor;
-          thread->addWebServiceRequest(connectRequestFactory("late"));
-          // The consumer has woken, found the thread running and now waits
-          // for the lock held here. destroy() must let it through to the
-          // dequeue, where the object is no longer a SoapThread.
-          while (!watch.seen) std::this_thread::sleep_for(1ms);
-          std::this_thread::sleep_for(50ms);
-          thread = nullptr;
-        }
-        std::this_thread::sleep_for(5s);
-      },
-      "false && \"Call to unimplemented base class method\"");
-}
-
-TEST(WebServiceThreadDeathTest, DestroyWithoutTheActivityLockIsAProtocolViolation) {
-  useThreadsafeDeathTests();
-  EXPECT_DEATH(
-      {
-        auto thread = soapThreadFactory(TestSoapHandler::create());
-        thread = nullptr;
-      },
-      "Lock Protocol exception -- unlocking an unreleasable lock");
 }
