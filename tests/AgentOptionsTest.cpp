@@ -58,13 +58,6 @@ TEST(AgentOptions, BadCommandLinesGetOneLineReasons) {
   for (const auto& [args, error] : cases) EXPECT_EQ(parse(args).error, error);
 }
 
-TEST(AgentOptions, ConnectBackoffDoublesUpToItsCap) {
-  std::vector<double> delays;
-  for (unsigned attempt = 1; attempt <= 7; ++attempt) delays.push_back(backoffDelay(attempt));
-  EXPECT_EQ(delays, (std::vector<double>{1, 2, 4, 8, 16, 30, 30}));
-  EXPECT_EQ(backoffDelay(100, 5), 5);
-}
-
 // What the session records of a failure (the exception's text, then gSOAP's
 // account of the fault) as the agent decides on it.
 TEST(AgentFailures, RecordedFaultsTold) {

@@ -162,6 +162,18 @@ TEST(AgentView, InterfacesCarryTheMachinesOfTheirUplinksSwitch) {
   EXPECT_EQ(s.segments[0].multicast, "239.1.1.1");
 }
 
+TEST(AgentView, TextNamesHostsMachinesVlansAndSegments) {
+  Trees trees;
+  std::string text = renderText(trees.snapshot());
+  for (const char* part : {"Interface Ethernet1 -> host esx-a (host-1) vmnic1, link up 10G full, uplink of DVS0",
+                           "neighbour announced: leaf1 Ethernet1 (00:1c:73:aa:bb:cc)",
+                           "db1   off    to esx-b", "VLANs to carry: 100,200-210", "VLANs to carry: untagged",
+                           "Interface Ethernet9: no host found behind it", "Hosts no interface reaches:\n  esx-b",
+                           "VMs no interface reaches:\n  lonely", "5001  web-tier  239.1.1.1"})
+    EXPECT_NE(text.find(part), std::string::npos) << part << "\n---\n" << text;
+  EXPECT_EQ(text.find("VMKernel"), std::string::npos);
+}
+
 TEST(AgentView, JsonHoldsInterfacesHostsVmsAndVshield) {
   Trees trees;
   Snapshot s = trees.snapshot();
@@ -181,4 +193,32 @@ TEST(AgentView, JsonHoldsInterfacesHostsVmsAndVshield) {
   JsonWriter empty(true);
   empty.beginObject().beginArray("a").endArray().endObject();
   EXPECT_EQ(empty.text(), "{\n  \"a\": []\n}\n");
+}
+
+TEST(AgentView, ChangesOfTheLiveMode) {
+  Trees trees;
+  Snapshot before = trees.snapshot();
+  EXPECT_TRUE(describeChanges(before, before).empty());
+
+  trees.vi->vm("vm-1")->powerStateIs(false);
+  Vm::Ptr db1 = trees.vi->vm("vm-2");
+  db1->inVmotionIs(false);
+  db1->hostRefIs("host-2");
+  trees.vi->vm("vm-3")->vnicIs("4000")->portGroupIs("Other");
+  trees.vi->esxHost("host-1")->pnic("vmnic1")->linkStatusIs(Interface::linkStatusDown);
+  trees.vi->intfToEsxMap("Ethernet2")->hostRefIs("host-2");
+  trees.vi->vmDel("vm-4");
+  Vm::Ptr fresh = machine(trees.vi, "vm-5", "fresh", "host-2", true);
+  Vm::Ptr starts = machine(trees.vi, "vm-6", "starts", "host-2", true);
+  Snapshot middle = trees.snapshot();
+  starts->inVmotionIs(true);
+  starts->vmotionDstIs("host-1");
+
+  EXPECT_EQ(describeChanges(before, middle),
+            (std::vector<std::string>{"Interface Ethernet2 now leads to esx-b vmnic0", "Host esx-a vmnic1 link down",
+                                      "VM web1 powered off", "VM db1 migration ended, runs on esx-b",
+                                      "VM runner NIC 00:50:56:00:00:03 moved from port group VM Network to Other",
+                                      "VM fresh added on esx-b", "VM starts added on esx-b", "VM lonely removed"}));
+  EXPECT_EQ(describeChanges(middle, trees.snapshot()),
+            std::vector<std::string>{"VM starts migration started from esx-b to esx-a"});
 }

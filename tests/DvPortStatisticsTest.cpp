@@ -1,5 +1,4 @@
-// DV port counters on the plain road: FetchDvPortRequest, RefreshDvPortRequest
-// and the fetch of the ports asked for, against the vCenter simulator, with
+// DV port counters on the plain road, against the vCenter simulator, with
 // an inventory seeded from the ports it has in use: the counter table, the
 // blocked test, what a reply leaves alone, and NICs the inventory lacks.
 #include <gtest/gtest.h>
@@ -79,29 +78,6 @@ TEST_F(DvPortStatisticsTest, FetchWritesLinkMtuAndCountersOnEveryKindOfNic) {
   EXPECT_EQ(s.vi->newPorts(), 0u);
   EXPECT_EQ(peer::values(sim->call("GET", "/calls?method=FetchDVPorts"), "value"), Lines{""})
       << "the switch is not named";
-}
-
-// After each update round the ports asked for are fetched, onto the
-// inventory that the round has built.
-TEST_F(DvPortStatisticsTest, TheUpdateRoundFetchesThePortsAskedFor) {
-  simports::setPort(*sim, "3", std::string("\"stats\":") + simports::kStatsJson);
-  Session u("UpdateThread", sim->url);
-  u.connect();
-  {
-    Kel::ActivityLockAnchor anchor;
-    u.vi->newPortIs("3", "3");
-  }
-  u.serve(checkForUpdatesRequestFactory("updates"));
-  Lines calls = sim->calls();
-  EXPECT_EQ(Lines(calls.end() - 2, calls.end()), (Lines{"CheckForUpdates", "FetchDVPorts"}));
-  u.serve(checkForUpdatesRequestFactory("updates"));
-  EXPECT_EQ(sim->calls().back(), "CheckForUpdates") << "nothing left to ask for";
-  Kel::ActivityLockAnchor anchor;
-  EXPECT_EQ(u.vi->newPorts(), 0u);
-  Vnic::Ptr card = u.vi->vm("vm-50")->vnic("4000");
-  EXPECT_EQ(card->portKey(), "3");
-  EXPECT_EQ(card->stats(), simports::statsOfJson());
-  EXPECT_EQ(card->linkStatus(), Interface::linkStatusUp);
 }
 
 // A policy without value does not block; one with a value does, though

@@ -3,7 +3,7 @@
 // the failure policy on a live session, with faults injected by the
 // simulator and process exits shown by death tests; user events; and, with
 // hand-built state, the rows of the failure table that no server produces,
-// the dispatch and its assertions, the status bookkeeping and the host ids.
+// the status bookkeeping and the host ids.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <semaphore.h>
@@ -47,25 +47,10 @@ testing::Matcher<const std::string&> output(Lines present, Lines absent = {}) {
 const std::string kRestart = "HARBEC_AGENT_RESTART: Agent restarting due to network error.";
 const std::string kLossOfConnectivity = "HARBEC_COMMUNICATION_ERROR: Loss of connectivity to vCenter.";
 std::string rpcFault(const std::string& rpc) { return "HARBEC_RPC_FAULT: The RPC " + rpc + " failed."; }
-std::string connectFailed(const std::string& what) { return "HARBEC_CONNECT_FAILED: Failed to connect to vCenter. " + what; }
-
 // "https://127.0.0.1:41523/sdk" -> "127.0.0.1:41523"
 std::string hostOf(const std::string& url) {
   size_t from = url.find("//") + 2;
   return url.substr(from, url.find('/', from) - from);
-}
-
-// A URL on which nothing listens.
-std::string deadUrl() {
-  int s = socket(AF_INET, SOCK_STREAM, 0);
-  sockaddr_in a{};
-  a.sin_family = AF_INET;
-  a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  socklen_t n = sizeof a;
-  bind(s, reinterpret_cast<sockaddr*>(&a), n);
-  getsockname(s, reinterpret_cast<sockaddr*>(&a), &n);
-  close(s);
-  return "https://127.0.0.1:" + std::to_string(ntohs(a.sin_port)) + "/sdk";
 }
 
 // Against one simulator for the whole suite; each test starts from a clean
@@ -120,52 +105,6 @@ TEST_F(HarbecSmTest, UpdateThreadClearsTheInventoryAndLogsIn) {
   EXPECT_EQ(dvsMor.__item + (dvsMor.type ? "typed" : ""), "");
 }
 
-// Before a session stands: an incomplete configuration is not an attempt,
-// a refused login and an unreachable vCenter are logged and leave the
-// session disconnected, and the next good ConnectRequest connects.
-TEST_F(HarbecSmTest, FailedConnectsThenAGoodOne) {
-  Session s("UpdateThread", sim->url, "");
-  {
-    Kel::ActivityLockAnchor anchor;
-    s.vi->vmIs("vm-50");
-  }
-  EXPECT_EQ(connectTovCenter(s.sm), -1);
-  s.connect();
-  EXPECT_EQ(s.state(), sessionInit);
-  EXPECT_EQ(log.take(), Lines{});
-  EXPECT_EQ(sim->calls(), Lines{});
-  EXPECT_EQ(s.status().lastMsgSent, "");
-  {
-    Kel::ActivityLockAnchor anchor;
-    EXPECT_EQ(s.vi->vms(), 0u) << "cleared before the configuration is read";
-  }
-
-  s.config->passwordIs("wrong");
-  s.connect();
-  EXPECT_EQ(s.state(), sessionDisconnected);
-  EXPECT_EQ(log.take(), Lines{connectFailed("Invalid username and password.")});
-  StatusView st = s.status();
-  EXPECT_EQ(st.successCount, 1u);
-  EXPECT_EQ(st.failureCount, 1u);
-  EXPECT_EQ(st.lastFailedMsg, "soapMsgLogin");
-  EXPECT_EQ(st.lastRoundTripTime, 0.0);
-  EXPECT_EQ(st.lastError.rfind("Invalid username and password. ", 0), 0u) << st.lastError;
-  EXPECT_NE(st.lastError.find("incorrect user name or password"), std::string::npos) << st.lastError;
-
-  s.config->urlIs(deadUrl());
-  s.config->passwordIs(kPassword);
-  s.connect();
-  EXPECT_EQ(s.state(), sessionDisconnected);
-  EXPECT_EQ(log.take(), Lines{connectFailed("RetrieveServiceContent")});
-  EXPECT_EQ(s.status().lastFailedMsg, "soapMsgServiceContent");
-  EXPECT_EQ(s.status().failureCount, 2u);
-
-  s.config->urlIs(sim->url);
-  s.connect();
-  EXPECT_EQ(s.state(), sessionConnected);
-  EXPECT_EQ(log.take().size(), 1u);
-}
-
 // Certificates are taken as they come, unless the agent gives CAs: then the
 // simulator's self-signed one is refused.
 TEST_F(HarbecSmTest, CertificateCheckedOnlyAgainstTheGivenCas) {
@@ -198,29 +137,6 @@ TEST_F(HarbecSmTest, FaultsThatLeaveTheSessionRunning) {
   s.post({"posted"});
   EXPECT_EQ(sim->userEventMessages(), Lines{"posted"});
   EXPECT_EQ(s.status().failureCount, 1u) << "user events are not counted";
-}
-
-TEST_F(HarbecSmTest, AlarmDefinitionGoesOutDisabledAndWithoutAction) {
-  Session s("Worker", sim->url, kPassword, false, false);
-  s.connect();
-  createAlarm(s.sm, s.sm->vim(), rootFolderRef.__item, "Folder", "port-alarm");
-  std::string alarm = sim->call("GET", "/alarms");
-  std::string compact;
-  for (char c : alarm)
-    if (c != ' ' && c != '\n') compact += c;
-  for (const char* field : {"\"name\":\"Kestin-Alarm\"", "\"description\":\"port-alarm\"", "\"enabled\":false",
-                            "\"type\":\"EventAlarmExpression\"", "\"EventType\":\"KestinEvent\"",
-                            "\"ObjectType\":\"HostSystem\"", "\"Status\":\"red\"",
-                            "\"ToleranceRange\":0", "\"ReportingFrequency\":0", "\"hasAction\":false"})
-    EXPECT_NE(compact.find(field), std::string::npos) << field << " in " << alarm;
-  EXPECT_EQ(sim->calls().back(), "CreateAlarm");
-  EXPECT_EQ(s.status().lastMsgSent, "soapMsgLogin") << "not reported";
-  try {
-    createAlarm(s.sm, s.sm->vim(), rootFolderRef.__item, "Folder", "again");
-    ADD_FAILURE() << "the same name twice on one entity";
-  } catch (const SoapException& e) {
-    EXPECT_EQ(e, SoapException(SoapException::recoverableRpcException, "CreateAlarm"));
-  }
 }
 
 // Once vCenter is gone, a live session restarts the agent only when told to.
@@ -302,64 +218,6 @@ TEST_F(SoapExceptionTable, UnexpectedExceptionsAndStatesAreAssertions) {
         handleSoapException(s.sm, SoapException(SoapException::fatalRpcException, "CurrentTime"));
       },
       output({"Unexpected session state SessionState(3)", "0 && \"Unexpect session state.\""}));
-}
-
-// Dispatch on hand-built requests. The session is marked live without a
-// login, so that handlers whose calls fail only log; a waiting client is a
-// socket of the test's own.
-class Dispatch : public testing::Test {
- protected:
-  void SetUp() override {
-    useThreadsafeDeathTests();
-    updateSessionStatus(s.sessionStatus, sessionConnected);
-    ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, client), 0);
-  }
-  void TearDown() override {
-    close(client[0]);
-    close(client[1]);
-  }
-  int client[2] = {-1, -1};
-  std::string routed(const SoapRequest::Ptr& request) {
-    TraceCapture trace;
-    s.sm->processSoapRequest(request);
-    return trace.text();
-  }
-  Session s{"UpdateThread", "", kPassword, false, false};
-};
-
-TEST_F(Dispatch, EachRequestTypeReachesItsHandler) {
-  auto withCallback = [this](auto request) {
-    request->targetCallbackIs("cli");
-    request->socketIs(static_cast<unsigned>(dup(client[0])));
-    request->dvsMoIdIs("dvs-9");
-    return request;
-  };
-  auto block = [](bool b) {
-    CheckForUpdatesRequest::Ptr r = checkForUpdatesRequestFactory("cfu");
-    r->blockIs(b);
-    return r;
-  };
-  const std::vector<std::pair<SoapRequest::Ptr, std::string>> table = {
-      {counterUpdateRequestFactory("r"), "HarbecSm::handleCounterUpdateRequest("},
-      {connectRequestFactory("r"), "Harbec::cleanUp("},
-      {blockPortRequestFactory("r"), "HarbecSm::handleBlockPortRequest("},
-      {block(true), "Harbec::waitForUpdates("},
-      {block(false), "Harbec::checkForUpdates("},
-      {updateHostNwInfoRequestFactory("r"), "HarbecSm::handleUpdateHostNwInfoRequest("},
-      {fetchDvPortRequestFactory("r"), "HarbecSm::handleFetchDvPortRequest("},
-      {withCallback(fetchDvPortRequestFactory("r")), "HarbecSm::handleFetchDvPortRequestWithCallback("},
-      {refreshDvPortRequestFactory("r"), "HarbecSm::handleRefreshDvPortRequest("},
-      {withCallback(refreshDvPortRequestFactory("r")), "HarbecSm::handleRefreshDvPortRequestWithCallback("},
-      {logMsgRequestFactory("r"), "HarbecSm::handleLogMsgRequest("},
-  };
-  for (const auto& [request, handler] : table) {
-    std::string trace = routed(request);
-    EXPECT_NE(trace.find(handler), std::string::npos) << request->requestType() << "\n" << trace;
-  }
-  EXPECT_EQ(routed(fetchDvPortRequestFactory("r")).find("WithCallback"), std::string::npos);
-
-  s.sm->initializedIs(false);
-  EXPECT_EQ(routed(counterUpdateRequestFactory("r")), "") << "dropped in silence before initialisation";
 }
 
 // Only the message in flight may be answered.

@@ -1,7 +1,7 @@
 // Ties of switch interfaces to hosts and NICs by the neighbours their NICs
 // saw, against the vCenter simulator with CDP and LLDP hints set per NIC:
-// cables that move, records that lack a part, the counter of answers, hosts
-// that answer with a fault, and which hosts are asked at all.
+// the ties, which hosts are asked and the counter of answers, and which
+// results concern one host.
 #include <gtest/gtest.h>
 
 #include "messaging/HarbecTrace.h"
@@ -26,11 +26,6 @@ std::string lldp(const std::string& chassisId, const std::string& portId, const 
   return "\"lldp\":{\"chassisId\":\"" + chassisId + "\",\"portId\":\"" + portId + "\",\"parameters\":" + parameters +
          "}";
 }
-
-struct PeerIntfListener : Pnic::Notifiee {
-  std::vector<std::string> seen;
-  void onPeerIntf() override { seen.push_back(notifier()->peerIntf().str()); }
-};
 
 class HostNetworkHintsTest : public SimulatorSuite {
  protected:
@@ -108,29 +103,6 @@ TEST_F(HostNetworkHintsTest, CdpAndLldpTieInterfacesToHostsAndNics) {
   EXPECT_TRUE(s.vi->initialSync());
 }
 
-// On an inventory that a real update set has built: hosts are asked by
-// their network systems, and the first answer after that set marks the
-// initial sync; before it, no host is known and nothing is asked.
-TEST_F(HostNetworkHintsTest, TheFirstAnswerAfterTheFirstUpdateSetMarksTheInitialSync) {
-  Session u("UpdateThread", sim->url);
-  u.connect();
-  hint("host-36", "vmnic1", cdp(kBridge, "Ethernet1"));
-  update(u, true);
-  EXPECT_EQ(askedNetworkSystems(), Lines{});
-  u.serve(checkForUpdatesRequestFactory("updates"));
-  {
-    Kel::ActivityLockAnchor anchor;
-    EXPECT_FALSE(u.vi->initialSync());
-    u.vi->intfToEsxMapIs("Ethernet1");
-  }
-  update(u, true);
-  EXPECT_EQ(askedNetworkSystems(), (Lines{"hostnetworksystem-18", "hostnetworksystem-32", "hostnetworksystem-40"}));
-  Kel::ActivityLockAnchor anchor;
-  EXPECT_TRUE(u.vi->initialSync());
-  EXPECT_EQ(u.vi->intfToEsxMap("Ethernet1")->hostRef(), "host-36");
-  EXPECT_EQ(u.vi->esxHost("host-36")->pnic("vmnic1")->peerIntf(), "Ethernet1");
-}
-
 // Without queryAllHosts only hosts tied to an interface are asked; a tie to
 // an unknown host is cleared; the answer counter wraps at 16 bits.
 TEST_F(HostNetworkHintsTest, OnlyTiedHostsAreAskedAndTheCounterWraps) {
@@ -154,21 +126,6 @@ TEST_F(HostNetworkHintsTest, OnlyTiedHostsAreAskedAndTheCounterWraps) {
   EXPECT_EQ(intf("Ethernet2")->hostRef(), "");
   EXPECT_EQ(intf("Ethernet3")->hostRef(), "") << "an empty tie is cleared all the same";
   EXPECT_TRUE(s.vi->initialSync());
-}
-
-// A fault about one host, such as one that is down, does not end the pass.
-TEST_F(HostNetworkHintsTest, AHostThatAnswersWithAFaultIsPassedOver) {
-  for (const auto& [ref, networkSystem] : kHosts) hint(ref, "vmnic0", cdp(kBridge, "Ethernet1"));
-  sim->call("POST", "/faults",
-            "{\"method\":\"QueryNetworkHint\",\"kind\":\"fault\",\"faultString\":\"host down\",\"faultType\":"
-            "\"HostNotConnected\",\"this\":\"hostnetworksystem-32\"}");
-  update();
-  EXPECT_EQ(log.take(), Lines{});
-  EXPECT_EQ(s.status().failureCount, 1u);
-  EXPECT_EQ(askedNetworkSystems().size(), 3u);
-  Kel::ActivityLockAnchor anchor;
-  EXPECT_EQ(intf("Ethernet1")->hostRef(), "host-44");
-  EXPECT_EQ(intf("Ethernet1")->nwInfoRspCnt(), 2u);
 }
 
 // The binding of the session, with the result of QueryNetworkHint for one

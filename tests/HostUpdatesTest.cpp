@@ -70,12 +70,6 @@ class HostUpdates : public ::testing::Test {
     for (auto& [key, value] : uplinks) p->uplinkPort.push_back(soap_new_req_ns2__KeyValue(soap, key, value));
     net->proxySwitch.push_back(p);
   }
-  void portGroup(const std::string& key, int vlanId, bool withSpec = true) {
-    net->portgroup.push_back(soap_new_ns2__HostPortGroup(soap));
-    net->portgroup.back()->key = str(key);
-    net->portgroup.back()->vswitch = str("vSwitch0");
-    if (withSpec) net->portgroup.back()->spec = soap_new_req_ns2__HostPortGroupSpec(soap, "VM Network", vlanId);
-  }
   ns2__HostVirtualNicSpec* vmk(const std::string& device, const char* ip = nullptr, const char* mask = nullptr) {
     net->vnic.push_back(soap_new_req_ns2__HostVirtualNic(soap, device, "key-" + device, "Management Network"));
     auto* spec = net->vnic.back()->spec = soap_new_ns2__HostVirtualNicSpec(soap);
@@ -101,40 +95,6 @@ std::string mapping(Pnic::Ptr p) {
   os << p->switchId() << "|" << p->dvsName() << "|" << p->uplinkPortKey() << "|" << p->uplinkName() << "|"
      << p->mtu() << "|" << p->deviceName();
   return os.str();
-}
-
-TEST_F(HostUpdates, HardwareAndPciNamesOfTheSameRecord) {
-  auto* hw = soap_new_ns2__HostHardwareInfo(soap);
-  hw->cpuPkg = {soap_new_req_ns2__HostCpuPackage(soap, "Xeon Gold"), soap_new_req_ns2__HostCpuPackage(soap, "Xeon")};
-  hw->cpuInfo = soap_new_req_ns2__HostCpuInfo(soap, 2, 40);
-  hw->systemInfo = soap_new_req_ns2__HostSystemInfo(soap, "Dell Inc.", "R640");
-  for (auto [key, value] : {std::pair{"ServiceTag", "AAA1"}, {"AssetTag", "x"}, {"ServiceTag", "BBB2"}}) {
-    auto& info = hw->systemInfo->otherIdentifyingInfo;
-    info.push_back(soap_new_req_ns2__HostSystemIdentificationInfo(soap, value));
-    info.back()->identifierType = soap_new_req_ns2__ElementDescription(soap, key, "");
-  }
-  hw->pciDevice = {soap_new_req_ns2__HostPciDevice(soap, "0000:18:00.0", "Intel", "X710"),
-                   soap_new_req_ns2__HostPciDevice(soap, "0000:18:00.0", "Intel Corporation", "X710-DA2")};
-  pnic("vmnic0", 1000, true, "0000:18:00.0");
-  pnic("vmnic1", 1000, true, "0000:3b:00.0");
-  apply(ns2__ObjectUpdateKind__enter, "host-1", {network(), change("hardware", hw)});
-  EsxHost::Ptr host = vi->esxHost("host-1");
-  EXPECT_EQ(host->cpuDescription(), "Xeon Gold");
-  EXPECT_EQ(host->numCpus() * 100 + host->numCores(), 240u);
-  EXPECT_EQ(host->vendor() + "/" + host->model() + "/" + host->serviceTag(), "Dell Inc./R640/BBB2");
-  EXPECT_EQ(host->pnic("vmnic0")->vendor() + "/" + host->pnic("vmnic0")->model(), "Intel Corporation/X710-DA2");
-  EXPECT_EQ(host->pnic("vmnic1")->vendor(), "");
-
-  // The tables live for one record: a NIC without a vendor learns it from a
-  // later record with "hardware", one with a vendor keeps its own.
-  hw->pciDevice.back()->vendorName = "Broadcom";
-  for (auto* hardware : {static_cast<ns2__HostHardwareInfo*>(nullptr), hw}) {
-    pnic("vmnic0", 1000, true, "0000:18:00.0");
-    pnic("vmnic1", 1000, true, "0000:18:00.0");
-    apply(ns2__ObjectUpdateKind__modify, "host-1", {network(), change("hardware", hardware)});
-    EXPECT_EQ(host->pnic("vmnic1")->vendor(), hardware ? "Broadcom" : "");
-  }
-  EXPECT_EQ(host->pnic("vmnic0")->vendor(), "Intel Corporation");
 }
 
 TEST_F(HostUpdates, SpeedOnlyOnTheRowsAndDuplex) {

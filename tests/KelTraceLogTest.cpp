@@ -14,45 +14,6 @@ namespace {
 using testing::internal::CaptureStderr;
 using testing::internal::GetCapturedStderr;
 
-int evaluations = 0;
-int counted() { return ++evaluations; }
-
-TEST(Trace, OffUnlessEnabledOnWithTheCoverageStream) {
-  Kel::TraceHandle& h = Harbec::traceHandle();
-  EXPECT_EQ(h.name(), "Harbec");
-  EXPECT_FALSE(h.enabled());
-  CaptureStderr();
-  HARBEC_TRACE(0, "never " << counted());
-  EXPECT_EQ(GetCapturedStderr(), "");
-  EXPECT_EQ(evaluations, 0);  // the text is not even built
-
-  h.levelIs(5, true);
-  CaptureStderr();
-  HARBEC_TRACE(5, "disabled handle");  // a level flag alone is not enough
-  EXPECT_EQ(GetCapturedStderr(), "");
-  h.enabledIs(true);
-  CaptureStderr();
-  HARBEC_TRACE(5, "third " << 1.0 / 3);
-  HARBEC_TRACE(6, "level six is off");
-  std::string out = GetCapturedStderr();
-  EXPECT_NE(out.find("Harbec"), std::string::npos) << out;
-  EXPECT_NE(out.find("<unknown>"), std::string::npos) << out;
-  EXPECT_NE(out.find("third 0.333333333333"), std::string::npos) << out;
-  EXPECT_EQ(out.find("0.3333333333333"), std::string::npos) << out;
-  EXPECT_EQ(out.find("level six"), std::string::npos) << out;
-  h.levelsUpTo(-1);
-
-  std::ostringstream coverage;
-  Kel::coverageStream_ = &coverage;
-  CaptureStderr();
-  HARBEC_TRACE(9, "covered " << counted());
-  HARBEC_TRACE_ENTRY();
-  EXPECT_EQ(GetCapturedStderr(), "");
-  Kel::coverageStream_ = nullptr;
-  EXPECT_NE(coverage.str().find("covered 1"), std::string::npos) << coverage.str();
-  EXPECT_NE(coverage.str().find("TestBody"), std::string::npos) << coverage.str();
-}
-
 struct Line {
   std::string id, text;
 };

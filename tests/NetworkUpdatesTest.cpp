@@ -1,5 +1,4 @@
-// Distributed port groups with their VLAN policies, distributed switches,
-// and the datacenter and compute resource tables.
+// Distributed port groups with their VLAN policies, one after another.
 #include "UpdateRecords.h"
 
 using namespace Harbec;
@@ -66,26 +65,6 @@ TEST_F(NetworkUpdates, VlanPoliciesInTurn) {
     EXPECT_EQ(pg->accessVlanId(), step.access);
     EXPECT_EQ(pg->vlanId(), step.vlanId);
   }
-}
-
-TEST_F(NetworkUpdates, DatacenterAndComputeResourceTables) {
-  processDCUpdates(update(enter, "Datacenter", "datacenter-2",
-                          {change("name", str("DC-East")), change("hostFolder", ref("group-h4", "Folder"))}),
-                   vi);
-  processDCUpdates(update(modify, "Datacenter", "datacenter-2", {change("name", str("DC-West"))}), vi);
-  processCompResUpdates(update(enter, "ClusterComputeResource", "domain-c8",
-                               {change("name", str("Cluster")), change("parent", ref("group-h4", "Folder"))}),
-                        vi);
-  EXPECT_EQ(vi->dcRefTodcName("datacenter-2"), "DC-West");
-  EXPECT_EQ(vi->hostFolderTodcRef("group-h4"), "datacenter-2");
-  EXPECT_EQ(vi->compResToHostFolder("domain-c8"), "group-h4");
-
-  // The folder's entry outlives its datacenter.
-  processDCUpdates(update(leave, "Datacenter", "datacenter-2"), vi);
-  processCompResUpdates(update(leave, "ClusterComputeResource", "domain-c8"), vi);
-  EXPECT_EQ(vi->dcRefTodcNames(), 0u);
-  EXPECT_EQ(vi->compResToHostFolders(), 0u);
-  EXPECT_EQ(vi->hostFolderTodcRef("group-h4"), "datacenter-2");
 }
 
 }  // namespace

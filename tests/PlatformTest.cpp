@@ -31,13 +31,3 @@ TEST(IpAddr, BadTextYieldsTheZeroAddress) {
     EXPECT_FALSE(a.valid()) << bad;
   }
 }
-
-TEST(Status, SessionStateWrittenUnderTheLock) {
-  auto s = Harbec::sessionStatusFactory("s");
-  EXPECT_EQ(s->sessionState(), Harbec::sessionInit);
-  Harbec::updateSessionStatus(s, Harbec::sessionConnected);
-  EXPECT_EQ(s->sessionState(), Harbec::sessionConnected);
-  std::ostringstream os;
-  os << s->sessionState();
-  EXPECT_EQ(os.str(), "sessionConnected");
-}

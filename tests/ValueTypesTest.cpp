@@ -37,18 +37,6 @@ String8 textOf(const T& v) {
   return String8(os.str());
 }
 
-// The message of reading `text` as a T.
-template <class T>
-std::string readFailure(const char* text) {
-  return rangeMessage([&] {
-    const String8 t(text);
-    Kel::StrIter i = t.begin();
-    using Kel::sequenceToValue;
-    T v;
-    sequenceToValue(i, t.end(), &v);
-  });
-}
-
 // The message a bad field value yields once renamed for the attribute.
 template <class T>
 std::string fieldFailure(const char* badValue, const char* field) {
@@ -132,36 +120,6 @@ TEST(LogMsgText, ParseFailureMessages) {
 }
 
 // ---------------------------------------------------------- exception records
-
-TEST(ExceptionRecordText, StrepAndRoundTrip) {
-  const SoapException soap(SoapException::viException, "it's bad");
-  EXPECT_EQ(valueToStrep(soap), String8("Value('Harbec::SoapException', ** {'id': 'viException', "
-                                        "'what': ") +
-                                    Kel::valueToStrep(String8("it's bad")) + "})");
-  EXPECT_EQ(textOf(soap), valueToStrep(soap));
-  const RestException rest(RestException::httpPutException, "HTTP 500");
-  EXPECT_EQ(valueToStrep(rest),
-            "Value('Harbec::RestException', ** {'id': 'httpPutException', 'what': 'HTTP 500'})");
-  EXPECT_EQ(textOf(rest), valueToStrep(rest));
-
-  for (unsigned n = 0; n <= SoapException::recoverableRpcException; ++n) {
-    const SoapException v(SoapException::Id(n), Kel::format("case %u \\ '", n));
-    EXPECT_EQ(Kel::strepToValue<SoapException>(valueToStrep(v)), v) << n;
-  }
-  for (unsigned n = 0; n <= RestException::httpDeleteException; ++n) {
-    const RestException v(RestException::Id(n), Kel::format("'%u'", n));
-    EXPECT_EQ(Kel::strepToValue<RestException>(valueToStrep(v)), v) << n;
-  }
-
-  EXPECT_EQ(Kel::strepToValue<SoapException>("Value('Harbec::SoapException', ** {})"),
-            SoapException(SoapException::unknownSoapException, ""));
-  EXPECT_EQ(Kel::strepToValue<RestException>("Value('Harbec::RestException', ** { })"),
-            RestException(RestException::unknownRestException, ""));
-  EXPECT_EQ(Kel::strepToValue<SoapException>(
-                "Value('Harbec::SoapException', ** {'what': 'w', 'id': 'connectionException', "
-                "'id': 'fatalRpcException'})"),
-            SoapException(SoapException::fatalRpcException, "w"));
-}
 
 // ---------------------------------------------------------- BoundedString255
 

@@ -1,6 +1,5 @@
-// Text utilities, the XML readers of vShield records on hand-built elements,
-// the records' revision rule, the reply buffer, and the assertions of the
-// way back to XML.
+// The XML readers of vShield records on hand-built elements, and the reply
+// buffer that cannot grow.
 #include <gtest/gtest.h>
 
 #include <climits>
@@ -71,21 +70,6 @@ TEST(VsUtils, NumbersAndAddressesOfRanges) {
   MulticastAddrRange::Ptr m = unmarshalMulticastAddrRange(parse("<r><end>239.0.255.255</end><begin>239.0.0.0</begin></r>"));
   EXPECT_EQ(m->begin().stringValue(), "239.0.0.0");
   EXPECT_EQ(m->end().stringValue(), "239.0.255.255");
-}
-
-TEST(MemoryBuffer, ChunksMakeOneTerminatedBlock) {
-  MemoryBuffer b;
-  EXPECT_EQ(b.size, 0u);
-  char one[] = "<a>", two[] = "text", three[] = "</a>";
-  EXPECT_EQ(populateMemoryCallback(one, 1, 3, &b), 3u);
-  EXPECT_EQ(populateMemoryCallback(two, 2, 2, &b), 4u);
-  EXPECT_EQ(populateMemoryCallback(three, 4, 1, &b), 4u);
-  EXPECT_EQ(populateMemoryCallback(three, 1, 0, &b), 0u);
-  EXPECT_EQ(b.size, 11u);
-  EXPECT_EQ(b.prevSize, 11u);
-  EXPECT_STREQ(b.buffer, "<a>text</a>");
-  EXPECT_EQ(nodeToString(parse(b.buffer)), "<a>text</a>\n");
-  EXPECT_EQ(nodeToString(parse("<a><b/></a>")), "<a>\n\t<b />\n</a>\n");
 }
 
 TEST(MemoryBuffer, ExitsWithStatusOneWhenItCannotGrow) {
