@@ -2,7 +2,6 @@
 
 #include <algorithm>
 
-#include "agent/VlanSet.h"
 
 namespace HarbecAgent {
 
@@ -26,16 +25,15 @@ const VmInfo* Snapshot::vm(const std::string& ref) const {
   return nullptr;
 }
 
-std::string speedText(Interface::EthSpeed speed) {
-  switch (speed) {
-    case Interface::ethSpeed10Mbps: return "10M";
-    case Interface::ethSpeed100Mbps: return "100M";
-    case Interface::ethSpeed1Gbps: return "1G";
-    case Interface::ethSpeed10Gbps: return "10G";
-    case Interface::ethSpeed40Gbps: return "40G";
-    case Interface::ethSpeed100Gbps: return "100G";
-    default: return "";
+std::string speedText(unsigned speedMb) {
+  if (speedMb == 0) return "";
+  if (speedMb < 1000) return std::to_string(speedMb) + "M";
+  std::string text = std::to_string(speedMb / 1000);
+  if (unsigned rest = speedMb % 1000) {
+    std::string fraction = std::to_string(1000 + rest).substr(1);
+    text += "." + fraction.substr(0, fraction.find_last_not_of('0') + 1);
   }
+  return text + "G";
 }
 
 namespace {
@@ -44,9 +42,13 @@ std::string duplexText(Interface::EthDuplex d) {
   return d == Interface::ethDuplexFull ? "full" : d == Interface::ethDuplexHalf ? "half" : "";
 }
 
-// Link as the port counters or link events last told it; before either, a
-// NIC that reports a speed has its link up.
-std::string linkText(Interface::LinkStatus status, bool hasSpeed) {
+// Link as the port last reported it, unless the port is blocked; else as a
+// link event told it; before either, a NIC that reports a speed has its
+// link up. A blocked policy with the value false blocks nothing.
+template <class Nic>
+std::string linkText(const Nic& nic, bool hasSpeed) {
+  if (nic.blockedPolicy() == "true") return "blocked";
+  Interface::LinkStatus status = nic.reportedLink() != Interface::linkStatusUnknown ? nic.reportedLink() : nic.linkStatus();
   if (status == Interface::linkStatusUp) return "up";
   if (status == Interface::linkStatusDown) return "down";
   return hasSpeed ? "up" : "unknown";
@@ -59,25 +61,53 @@ PnicInfo pnicInfo(const EsxHost& host, const Pnic& p) {
   info.uplinkPortKey = p.uplinkPortKey().str();
   info.switchId = p.switchId().str();
   info.switchName = p.dvsName().empty() ? host.vswitch(p.switchId()).str() : p.dvsName().str();
-  info.speed = speedText(p.speed());
+  info.speedMb = p.linkSpeedMb();
+  info.speed = speedText(info.speedMb);
   info.duplex = duplexText(p.duplex());
-  info.link = linkText(p.linkStatus(), p.speed() != Interface::ethSpeedUnknown);
+  info.link = linkText(p, info.speedMb > 0);
   info.mtu = p.mtu();
   info.neighbour = {p.peerDevId().str(), p.peerIntf().str(), p.peerSysName().str(), p.peerMgmtAddr().str()};
   return info;
 }
 
+// The VLANs of a port group by the kind of its policy. A PVLAN carries its
+// primary and secondary VLANs; its older VLAN attributes no longer count.
+void portGroupVlans(const PortGroup& pg, VnicInfo& info) {
+  const std::string policy = pg.vlanPolicy().str();
+  if (policy == "pvlan") {
+    info.vlanPolicy = policy;
+    info.pvlanPrimary = pg.pvlanPrimaryId();
+    info.pvlanSecondary = pg.pvlanId();
+    info.vlans = std::to_string(info.pvlanSecondary);
+    if (info.pvlanPrimary) info.vlans = std::to_string(info.pvlanPrimary) + "," + info.vlans;
+  } else if (policy == "other") {
+    info.vlanPolicy = "unknown";
+  } else {
+    info.vlanPolicy = pg.trunk() ? "trunk" : pg.accessVlanId().empty() ? "none" : "vlan";
+    info.vlans = pg.trunk() ? pg.trunkAllowedVlans().str() : pg.accessVlanId().str();
+  }
+}
+
 // A machine NIC's port group: a distributed one by key, else a standard one
 // of the machine's host by network name, whose switch then stands for the
-// switch id that the NIC itself leaves empty.
+// switch id that the NIC itself leaves empty. A card on an opaque or a
+// legacy network has no port group: its VLANs are unknown.
 void resolvePortGroup(const VI& vi, const EsxHost* host, const Vnic& nic, VnicInfo& info) {
   const std::string pg = nic.portGroup().str();
   info.portGroupKey = pg;
   info.vlans = "?";  // until the port group is found
+  if (!nic.opaqueNetworkId().empty()) {
+    info.portGroup = "opaque " + nic.opaqueNetworkType().str() + " " + nic.opaqueNetworkId().str();
+    return;
+  }
+  if (!nic.legacyNetwork().empty()) {
+    info.portGroup = "legacy " + nic.legacyNetwork().str();
+    return;
+  }
   if (!nic.switchId().empty()) {
     PortGroup::Ptr dv = vi.portGroup(pg);
     info.portGroup = dv ? dv->pgName().str() : pg;
-    if (dv) info.vlans = portGroupVlans(dv->trunk(), dv->trunkAllowedVlans().str(), dv->accessVlanId().str());
+    if (dv) portGroupVlans(*dv, info);
     return;
   }
   info.portGroup = pg;
@@ -86,7 +116,7 @@ void resolvePortGroup(const VI& vi, const EsxHost* host, const Vnic& nic, VnicIn
     const PortGroup& local = *i.value();
     if (local.pgName().str() != pg) continue;
     info.switchId = local.switchRef().str() + host->name().str();
-    info.vlans = portGroupVlans(local.trunk(), local.trunkAllowedVlans().str(), local.accessVlanId().str());
+    portGroupVlans(local, info);
     return;
   }
 }
@@ -136,7 +166,7 @@ Snapshot takeSnapshot(const VI& vi, const VS* vs) {
       info.mac = nic.macAddress().str();
       info.switchId = nic.switchId().str();
       info.portKey = nic.portKey().str();
-      info.link = linkText(nic.linkStatus(), false);
+      info.link = linkText(nic, false);
       resolvePortGroup(vi, host.ptr(), nic, info);
       vm.nics.push_back(std::move(info));
     }

@@ -22,7 +22,8 @@ struct PnicInfo {
   std::string device, mac, uplinkPortKey;
   std::string switchId;    // the switch it uplinks, as the machines' NICs name it
   std::string switchName;  // "DVS0", "vSwitch0"; empty when on none
-  std::string speed, duplex, link;  // "10G", "full", "up" | "down" | "unknown"
+  std::string speed, duplex, link;  // "10G", "full", "up" | "down" | "blocked" | "unknown"
+  unsigned speedMb = 0;             // as vCenter reports it; 0 without link
   unsigned mtu = 0;
   Neighbour neighbour;     // what CDP or LLDP announced on its cable
 };
@@ -39,6 +40,10 @@ struct VnicInfo {
   std::string portKey;
   std::string portGroupKey;  // the distributed group's key, or the network's name
   std::string portGroup, vlans, link;
+  // "vlan", "trunk", "pvlan", "none", or "unknown" where the port group or
+  // its policy is not known; a PVLAN's primary is 0 while unknown.
+  std::string vlanPolicy = "unknown";
+  unsigned pvlanPrimary = 0, pvlanSecondary = 0;
 };
 
 struct VmInfo {
@@ -76,6 +81,7 @@ struct Snapshot {
 // hosts' kernel machines are left out: they are the hosts' own NICs.
 Snapshot takeSnapshot(const Harbec::VI& vi, const Harbec::VS* vs);
 
-std::string speedText(Interface::EthSpeed speed);
+// "100M", "2.5G", "25G", "400G"; empty for 0.
+std::string speedText(unsigned speedMb);
 
 }  // namespace HarbecAgent

@@ -24,6 +24,7 @@ SwitchView switchView(const Snapshot& s) {
           if (nic.switchId != iv.pnic->switchId) continue;
           iv.vms.push_back({&vm, &nic});
           iv.vlans.add(nic.vlans);
+          if (nic.vlanPolicy == "unknown") ++iv.unknownVlanNics;
           attached = true;
         }
         if (attached) view.interfacesOf[vm.ref].push_back(intf.name);
@@ -73,6 +74,24 @@ std::string table(const std::vector<std::vector<std::string>>& rows, const std::
 
 std::string orDash(const std::string& s) { return s.empty() ? "-" : s; }
 
+// A NIC's VLANs as the view shows them: "untagged", "unknown", or the set.
+std::string vlansText(const VnicInfo& n) {
+  return n.vlanPolicy == "unknown" ? "unknown" : n.vlans.empty() ? "untagged" : n.vlans;
+}
+
+// In the text view a PVLAN names itself: "PVLAN 500/102", primary first.
+std::string vlanColumn(const VnicInfo& n) {
+  if (n.vlanPolicy != "pvlan") return vlansText(n);
+  return "PVLAN " + (n.pvlanPrimary ? std::to_string(n.pvlanPrimary) : std::string("unknown")) + "/" +
+         std::to_string(n.pvlanSecondary);
+}
+
+std::string carriedText(const InterfaceView& iv) {
+  std::string out = iv.vlans.empty() ? "none" : iv.vlans.text();
+  if (iv.unknownVlanNics) out += " and the unknown VLANs of " + std::to_string(iv.unknownVlanNics) + " NIC(s)";
+  return out;
+}
+
 std::string linkLine(const PnicInfo& p) {
   std::string out = "link " + p.link;
   if (!p.speed.empty()) out += " " + p.speed;
@@ -102,10 +121,10 @@ void interfaceText(const InterfaceView& iv, const Snapshot& s, std::string& out)
     std::vector<std::vector<std::string>> rows{{"VM", "Power", "Migration", "MAC", "Port group", "VLANs"}};
     for (const AttachedVm& a : iv.vms)
       rows.push_back({a.vm->name, a.vm->poweredOn ? "on" : "off", migrationText(*a.vm, s), a.nic->mac,
-                      orDash(a.nic->portGroup), a.nic->vlans.empty() ? "untagged" : a.nic->vlans});
+                      orDash(a.nic->portGroup), vlanColumn(*a.nic)});
     out += table(rows, "  ");
   }
-  out += "  VLANs to carry: " + (iv.vlans.empty() ? std::string("none") : iv.vlans.text()) + "\n\n";
+  out += "  VLANs to carry: " + carriedText(iv) + "\n\n";
 }
 
 }  // namespace
@@ -169,6 +188,14 @@ void namesJson(JsonWriter& w, const char* key, const SwitchView& view, const std
   w.endArray();
 }
 
+// A NIC's VLANs and the policy they come from; a PVLAN's primary only when known.
+void vlansJson(JsonWriter& w, const VnicInfo& n) {
+  w.value("vlans", vlansText(n)).value("vlanPolicy", n.vlanPolicy);
+  if (n.vlanPolicy != "pvlan") return;
+  if (n.pvlanPrimary) w.value("pvlanPrimary", n.pvlanPrimary);
+  w.value("pvlanSecondary", n.pvlanSecondary);
+}
+
 void vmSummaryJson(JsonWriter& w, const VmInfo& vm, const Snapshot& s) {
   w.value("name", vm.name).value("ref", vm.ref).value("power", vm.poweredOn ? "on" : "off");
   w.value("inMigration", vm.inVmotion).value("migration", migrationText(vm, s));
@@ -186,7 +213,8 @@ std::string renderJson(const Snapshot& s, bool indent) {
     w.beginObject().value("name", iv.intf->name).value("hostRef", iv.intf->hostRef);
     w.value("host", iv.host ? hostLabel(iv.host->ref, s) : "").value("nic", iv.intf->vmnic);
     if (iv.pnic) {
-      w.value("link", iv.pnic->link).value("speed", iv.pnic->speed).value("duplex", iv.pnic->duplex);
+      w.value("link", iv.pnic->link).value("speed", iv.pnic->speed).value("speedMb", iv.pnic->speedMb);
+      w.value("duplex", iv.pnic->duplex);
       w.value("mtu", iv.pnic->mtu).value("vswitch", iv.pnic->switchName);
       neighbourJson(w, iv.pnic->neighbour);
     }
@@ -195,9 +223,10 @@ std::string renderJson(const Snapshot& s, bool indent) {
       w.beginObject();
       vmSummaryJson(w, *a.vm, s);
       w.value("nic", a.nic->key).value("mac", a.nic->mac).value("portGroup", a.nic->portGroup);
-      w.value("vlans", a.nic->vlans.empty() ? "untagged" : a.nic->vlans).endObject();
+      vlansJson(w, *a.nic);
+      w.endObject();
     }
-    w.endArray().value("vlans", iv.vlans.text()).endObject();
+    w.endArray().value("vlans", iv.vlans.text()).value("unknownVlanNics", iv.unknownVlanNics).endObject();
   }
   w.endArray();
 
@@ -208,7 +237,7 @@ std::string renderJson(const Snapshot& s, bool indent) {
     w.beginArray("nics");
     for (const PnicInfo& p : h.pnics) {
       w.beginObject().value("device", p.device).value("mac", p.mac).value("vswitch", p.switchName);
-      w.value("link", p.link).value("speed", p.speed).value("mtu", p.mtu);
+      w.value("link", p.link).value("speed", p.speed).value("speedMb", p.speedMb).value("mtu", p.mtu);
       neighbourJson(w, p.neighbour);
       w.endObject();
     }
@@ -225,8 +254,8 @@ std::string renderJson(const Snapshot& s, bool indent) {
     w.beginArray("nics");
     for (const VnicInfo& n : vm.nics) {
       w.beginObject().value("key", n.key).value("mac", n.mac).value("portGroup", n.portGroup);
-      w.value("vlans", n.vlans.empty() ? "untagged" : n.vlans).value("portKey", n.portKey).value("link", n.link);
-      w.endObject();
+      vlansJson(w, n);
+      w.value("portKey", n.portKey).value("link", n.link).endObject();
     }
     w.endArray().endObject();
   }

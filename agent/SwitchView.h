@@ -24,6 +24,7 @@ struct InterfaceView {
   const PnicInfo* pnic;  // null when the host has no such NIC
   std::vector<AttachedVm> vms;
   VlanSet vlans;
+  unsigned unknownVlanNics = 0;  // attached NICs whose VLANs are not known
 };
 
 // Pointers into the Snapshot it was made from.

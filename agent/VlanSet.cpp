@@ -61,8 +61,4 @@ std::string VlanSet::text() const {
   return out;
 }
 
-std::string portGroupVlans(bool trunk, const std::string& trunkAllowedVlans, const std::string& accessVlanId) {
-  return trunk ? trunkAllowedVlans : accessVlanId;
-}
-
 }  // namespace HarbecAgent

@@ -29,8 +29,4 @@ class VlanSet {
   bool untagged_ = false;
 };
 
-// The VLAN text of a port group: its trunk ranges, its access VLAN, or
-// empty (untagged).
-std::string portGroupVlans(bool trunk, const std::string& trunkAllowedVlans, const std::string& accessVlanId);
-
 }  // namespace HarbecAgent

@@ -6,6 +6,8 @@
 
 namespace Harbec {
 
+// linkSpeedMb is the link speed as vCenter reports it (0 without link),
+// also for the rates that `speed` has no value for.
 #define HARBEC_PNIC_ATTRIBUTES(SCALAR, CTOR, VALUES, ENTITIES, QUEUE)                     \
   CTOR(pnicId, PnicId, unsigned char)                                                    \
   SCALAR(macAddress, MacAddress, Kel::String8, Kel::String8())                           \
@@ -29,7 +31,9 @@ namespace Harbec {
   SCALAR(stats, Stats, Interface::IntfStatistics, Interface::IntfStatistics())           \
   SCALAR(counterRefreshTime, CounterRefreshTime, double, 0.0)                            \
   SCALAR(operStatus, OperStatus, Interface::IntfOperStatus, Interface::intfOperStatusUp) \
-  SCALAR(linkStatus, LinkStatus, Interface::LinkStatus, Interface::linkStatusUnknown)
+  SCALAR(linkStatus, LinkStatus, Interface::LinkStatus, Interface::linkStatusUnknown) \
+  HARBEC_LINK_FACTS(SCALAR)                                                             \
+  SCALAR(linkSpeedMb, LinkSpeedMb, unsigned, 0)
 
 class Pnic : public Kel::Entity {
   KEL_RECORD(Harbec, Pnic, Kel::Entity, HARBEC_PNIC_ATTRIBUTES)

@@ -57,7 +57,7 @@ struct Trees {
     uplink->switchIdIs(kDvsUuid);
     uplink->dvsNameIs("DVS0");
     uplink->uplinkPortKeyIs("7");
-    uplink->speedIs(Interface::ethSpeed10Gbps);
+    uplink->linkSpeedMbIs(10000);
     uplink->duplexIs(Interface::ethDuplexFull);
     uplink->peerDevIdIs(kMac);
     uplink->peerIntfIs("Ethernet1");
@@ -160,6 +160,49 @@ TEST(AgentView, InterfacesCarryTheMachinesOfTheirUplinksSwitch) {
   ASSERT_EQ(s.segments.size(), 1u);
   EXPECT_EQ(s.segments[0].portGroups, std::vector<std::string>{"Web"}) << "members only, by name";
   EXPECT_EQ(s.segments[0].multicast, "239.1.1.1");
+}
+
+// Any rate by its raw figure; a PVLAN carries its primary and secondary; a
+// card on an opaque network has VLANs nobody knows, and says so; the link
+// is the port's own unless it is blocked, and a policy of false blocks
+// nothing.
+TEST(AgentView, RatesPvlansUnknownNetworksAndBlockedPorts) {
+  const std::vector<std::pair<unsigned, std::string>> rates = {
+      {0, ""}, {100, "100M"}, {1000, "1G"}, {1250, "1.25G"}, {2500, "2.5G"}, {25000, "25G"}, {400000, "400G"}};
+  for (const auto& [mb, text] : rates) EXPECT_EQ(speedText(mb), text) << mb;
+
+  Trees trees;
+  PortGroup::Ptr pvlan = trees.vi->portGroupIs("dvportgroup-15");
+  pvlan->vlanPolicyIs("pvlan");
+  pvlan->pvlanIdIs(102);
+  pvlan->pvlanPrimaryIdIs(500);
+  pvlan->accessVlanIdIs("30");  // of an earlier policy: no longer counts
+  Vm::Ptr web1 = trees.vi->vm("vm-1");
+  dvNic(web1, "4001", "00:50:56:00:01:01", "dvportgroup-15", "21");
+  Vnic::Ptr opaque = web1->vnicIs("4002");
+  opaque->switchIdIs(kDvsUuid);
+  opaque->opaqueNetworkIdIs("ls-7");
+  opaque->opaqueNetworkTypeIs("nsx.LogicalSwitch");
+  web1->vnic("4000")->blockedPolicyIs("false");
+  web1->vnic("4000")->reportedLinkIs(Interface::linkStatusUp);
+  web1->vnic("4000")->linkStatusIs(Interface::linkStatusDown);  // what the counters make of any policy
+  trees.vi->vm("vm-2")->vnic("4000")->blockedPolicyIs("true");
+
+  Snapshot s = trees.snapshot();
+  SwitchView view = switchView(s);
+  EXPECT_EQ(view.interfaces[0].vlans.text(), "100,102,200-210,500");
+  EXPECT_EQ(view.interfaces[0].unknownVlanNics, 1u);
+  std::string text = renderText(s);
+  for (const char* part : {"PVLAN 500/102", "opaque nsx.LogicalSwitch ls-7  unknown",
+                           "VLANs to carry: 100,102,200-210,500 and the unknown VLANs of 1 NIC(s)"})
+    EXPECT_NE(text.find(part), std::string::npos) << part << "\n---\n" << text;
+  std::string json = renderJson(s, false);
+  for (const char* part : {"\"vlans\":\"500,102\",\"vlanPolicy\":\"pvlan\",\"pvlanPrimary\":500,\"pvlanSecondary\":102",
+                           "\"vlans\":\"unknown\",\"vlanPolicy\":\"unknown\"", "\"speed\":\"10G\",\"speedMb\":10000",
+                           "\"key\":\"4000\",\"mac\":\"00:50:56:00:00:01\",\"portGroup\":\"Web\",\"vlans\":\"100\","
+                           "\"vlanPolicy\":\"vlan\",\"portKey\":\"11\",\"link\":\"up\"",
+                           "\"portKey\":\"12\",\"link\":\"blocked\"", "\"unknownVlanNics\":1"})
+    EXPECT_NE(json.find(part), std::string::npos) << part << "\n---\n" << json;
 }
 
 TEST(AgentView, TextNamesHostsMachinesVlansAndSegments) {

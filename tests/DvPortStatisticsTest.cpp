@@ -66,6 +66,11 @@ TEST_F(DvPortStatisticsTest, FetchWritesLinkMtuAndCountersOnEveryKindOfNic) {
   Vnic::Ptr card = vnic("vm-50", "4000");
   EXPECT_EQ(card->linkStatus(), Interface::linkStatusDown);
   EXPECT_EQ(card->operStatus(), Interface::intfOperStatusDown);
+  // Beside them, what the port itself said: its link up, a policy of false.
+  EXPECT_EQ(card->reportedLink(), Interface::linkStatusUp);
+  EXPECT_EQ(card->blockedPolicy() + (card->blockedInherited() ? " inherited" : ""), "false");
+  EXPECT_EQ(uplink->reportedLink(), Interface::linkStatusDown);
+  EXPECT_EQ(uplink->blockedPolicy(), "");
   EXPECT_EQ(card->mtu(), 1400u);
   EXPECT_EQ(card->stats(), IntfStatistics());
   EXPECT_EQ(card->counterRefreshTime(), uplink->counterRefreshTime()) << "one time for the whole reply";
@@ -95,6 +100,17 @@ TEST_F(DvPortStatisticsTest, BlockedTestAndNicsMissingFromTheInventory) {
     EXPECT_EQ(vnic("vm-50", "4000")->operStatus(), Interface::intfOperStatusDown);
     EXPECT_EQ(vnic("vm-50", "4000")->linkStatus(), Interface::linkStatusUnknown);
     EXPECT_EQ(vnic("vm-50", "4000")->counterRefreshTime(), 0.0);
+    EXPECT_EQ(vnic("vm-50", "4000")->blockedPolicy(), "true");
+    EXPECT_EQ(vnic("vm-50", "4000")->reportedLink(), Interface::linkStatusUnknown);
+  }
+  // Inherited from the port group, as vCenter fills in a port's policies.
+  simports::setPort(*sim, "0", "\"blocked\":{\"inherited\":true,\"value\":false}");
+  fetch({0});
+  {
+    Kel::ActivityLockAnchor anchor;
+    EXPECT_EQ(pnic("host-23", "vmnic1")->linkStatus(), Interface::linkStatusDown);
+    EXPECT_EQ(pnic("host-23", "vmnic1")->reportedLink(), Interface::linkStatusUp);
+    EXPECT_TRUE(pnic("host-23", "vmnic1")->blockedInherited());
   }
 
   auto connectee = [](const std::string& key, const std::string& fields) {

@@ -97,15 +97,19 @@ std::string mapping(Pnic::Ptr p) {
   return os.str();
 }
 
+// The speed value only for the rates of its table; the raw figure beside it
+// for any rate, 0 without link information.
 TEST_F(HostUpdates, SpeedOnlyOnTheRowsAndDuplex) {
   const std::vector<std::pair<int, unsigned>> speeds = {{10, 1},     {100, 2}, {1000, 3}, {10000, 4},  {40000, 5},
-                                                        {100000, 6}, {0, 0},   {999, 0},  {25000, 0}, {-1, 0}};
+                                                        {100000, 6}, {0, 0},   {999, 0},  {25000, 0}, {-1, 0},
+                                                        {2500, 0},   {400000, 0}};
   for (size_t i = 0; i < speeds.size(); ++i) pnic("vmnic" + std::to_string(i), speeds[i].first, i % 2);
   apply(ns2__ObjectUpdateKind__enter, "host-1", {network()});
   for (size_t i = 0; i < speeds.size(); ++i) {
     Pnic::Ptr p = vi->esxHost("host-1")->pnic("vmnic" + std::to_string(i));
     EXPECT_EQ(p->speed(), speeds[i].second) << speeds[i].first;
     EXPECT_EQ(p->duplex(), speeds[i].first < 0 ? 0u : i % 2 ? 2u : 1u) << speeds[i].first;
+    EXPECT_EQ(p->linkSpeedMb(), speeds[i].first < 0 ? 0u : unsigned(speeds[i].first)) << speeds[i].first;
   }
 }
 

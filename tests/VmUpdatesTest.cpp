@@ -86,12 +86,22 @@ TEST_F(VmUpdates, Nics) {
   EXPECT_EQ(port("4000"), "||Backup");
   EXPECT_EQ(port("4001"), "uuid|17|dvportgroup-20");
 
-  // No hardware value leaves the NICs; another backing class clears the port.
+  // No hardware value leaves the NICs; another backing class clears the
+  // port, and an opaque or a legacy network is kept beside.
   vmUpdate(modify, {change("config.hardware", nullptr)});
   EXPECT_EQ(vm->vnics(), 2u);
-  vmUpdate(modify, {hardware({card<ns2__VirtualE1000e>(4001, make<ns2__VirtualEthernetCardOpaqueNetworkBackingInfo>())})});
-  EXPECT_EQ(vm->vnics(), 1u);
+  auto* opaque = make<ns2__VirtualEthernetCardOpaqueNetworkBackingInfo>();
+  opaque->opaqueNetworkId = "ls-7";
+  opaque->opaqueNetworkType = "nsx.LogicalSwitch";
+  auto* legacy = make<ns2__VirtualEthernetCardLegacyNetworkBackingInfo>();
+  legacy->deviceName = "Old Network";
+  vmUpdate(modify, {hardware({card<ns2__VirtualE1000e>(4001, opaque), card<ns2__VirtualE1000>(4000, legacy)})});
   EXPECT_EQ(port("4001"), "||");
+  EXPECT_EQ(vm->vnic("4001")->opaqueNetworkId() + "|" + vm->vnic("4001")->opaqueNetworkType(), "ls-7|nsx.LogicalSwitch");
+  EXPECT_EQ(port("4000") + vm->vnic("4000")->legacyNetwork().str(), "||Old Network");
+  vmUpdate(modify, {hardware({card<ns2__VirtualE1000e>(4001, network("VM Network"))})});
+  EXPECT_EQ(vm->vnics(), 1u);
+  EXPECT_EQ(vm->vnic("4001")->opaqueNetworkId(), "");
   vmUpdate(modify, {hardware({make<ns2__VirtualDevice>()})});
   EXPECT_EQ(vm->vnics(), 0u);
 }

@@ -578,7 +578,15 @@ class ns2__VirtualEthernetCardDistributedVirtualPortBackingInfo : public ns2__Vi
     ns2__DistributedVirtualSwitchPortConnection *port;
 };
 
+/// An opaque network (NSX): known by id and type, not by a port group.
 class ns2__VirtualEthernetCardOpaqueNetworkBackingInfo : public ns2__VirtualDeviceBackingInfo
+{ public:
+    std::string                          opaqueNetworkId;
+    std::string                          opaqueNetworkType;
+};
+
+/// The network of a machine from before port groups: deviceName names it.
+class ns2__VirtualEthernetCardLegacyNetworkBackingInfo : public ns2__VirtualDeviceDeviceBackingInfo
 { public:
 };
 
@@ -651,8 +659,25 @@ class ns2__VmwareDistributedVirtualSwitchVlanSpec : public ns2__InheritablePolic
 { public:
 };
 
+/// PVLAN: pvlanId is the port group's secondary VLAN; the switch's PVLAN
+/// map gives its primary.
 class ns2__VmwareDistributedVirtualSwitchPvlanSpec : public ns2__VmwareDistributedVirtualSwitchVlanSpec
 { public:
+    int                                  pvlanId;
+};
+
+/// One entry of a switch's PVLAN map ("config.pvlanConfig"); pvlanType is
+/// "promiscuous", "isolated" or "community".
+class ns2__VMwareDVSPvlanMapEntry : public ns2__DynamicData
+{ public:
+    int                                  primaryVlanId;
+    int                                  secondaryVlanId;
+    std::string                          pvlanType;
+};
+
+class ns2__ArrayOfVMwareDVSPvlanMapEntry : public xsd__anyType
+{ public:
+    std::vector<ns2__VMwareDVSPvlanMapEntry*> VMwareDVSPvlanMapEntry;
 };
 
 /// Trunk: vlanId holds the allowed ranges.

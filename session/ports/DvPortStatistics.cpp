@@ -14,13 +14,25 @@ namespace Harbec {
 
 namespace {
 
+// The port's blocked policy as it came: "" without one, else its value, and
+// whether it was inherited.
+template <class Nic>
+void writeBlockedPolicy(const Kel::Ptr<Nic>& nic, const ns2__DistributedVirtualPort* dvPort) {
+  const ns2__BoolPolicy* policy =
+      dvPort->config && dvPort->config->setting ? dvPort->config->setting->blocked : nullptr;
+  nic->blockedPolicyIs(!policy || !policy->value ? "" : *policy->value ? "true" : "false");
+  nic->blockedInheritedIs(policy && policy->value && policy->inherited);
+}
+
 // Link, MTU and counters of one port onto a Pnic or a Vnic, which carry the
 // same attributes. A port without runtime state leaves them as they are.
 template <class Nic>
 void writePortState(const Kel::Ptr<Nic>& nic, const ns2__DistributedVirtualPort* dvPort, bool blocked, double now) {
   if (blocked) nic->operStatusIs(Interface::intfOperStatusDown);
+  writeBlockedPolicy(nic, dvPort);
   if (!dvPort->state || !dvPort->state->runtimeInfo) return;
   const ns2__DVPortState* state = dvPort->state;
+  nic->reportedLinkIs(state->runtimeInfo->linkUp ? Interface::linkStatusUp : Interface::linkStatusDown);
   if (blocked || !state->runtimeInfo->linkUp) {
     nic->linkStatusIs(Interface::linkStatusDown);
   } else {

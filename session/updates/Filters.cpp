@@ -83,7 +83,9 @@ void createPropFilter(Kel::Ptr<HarbecSm> sm) {
   objectSpec.selectSet = {&folderTravSpec,    &dcVMTravSpec,        &dcNwFolderTravSpec,
                           &dcHostTravSpec,    &compResHostTravSpec, &clusterCompResHostTravSpec};
 
-  ns2__PropertySpec dvsSpec = propertySpec("VmwareDistributedVirtualSwitch", {"name", "uuid"});
+  // A switch's PVLAN map comes with it: PVLAN port groups name only their
+  // secondary VLAN.
+  ns2__PropertySpec dvsSpec = propertySpec("VmwareDistributedVirtualSwitch", {"name", "uuid", "config.pvlanConfig"});
   ns2__PropertySpec vmSpec = propertySpec(
       "VirtualMachine", {"name", "runtime.powerState", "config.hardware", "runtime.host", "config.ftInfo"});
   ns2__PropertySpec hostSpec = propertySpec(

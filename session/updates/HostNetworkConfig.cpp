@@ -63,9 +63,11 @@ void processPnics(VI::Ptr vi, EsxHost::Ptr host, ns2__HostNetworkInfo* networkIn
     if (ns2__PhysicalNicLinkInfo* link = nic->linkSpeed) {
       pnic->speedIs(ethSpeed(link->speedMb));
       pnic->duplexIs(link->duplex ? Interface::ethDuplexFull : Interface::ethDuplexHalf);
+      pnic->linkSpeedMbIs(link->speedMb > 0 ? static_cast<unsigned>(link->speedMb) : 0);
     } else {
       pnic->speedIs(Interface::ethSpeedUnknown);
       pnic->duplexIs(Interface::ethDuplexUnknown);
+      pnic->linkSpeedMbIs(0);
     }
     // Vendor and model are looked up until a record's hardware names them;
     // once known they stay.
@@ -101,6 +103,7 @@ void processVlan(PortGroup::Ptr pg, int vlanId) {
   } else if (vlanId == 0 || vlanId > 4095) {
     pg->accessVlanIdIs(Kel::String8());
   }
+  pg->vlanPolicyIs(vlanId == 4095 ? "trunk" : vlanId >= 1 && vlanId <= 4094 ? "vlan" : "none");
   pg->vlanIdIs(static_cast<unsigned>(vlanId));
 }
 

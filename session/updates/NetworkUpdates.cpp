@@ -2,6 +2,7 @@
 // datacenters, compute resources and distributed port groups. They come
 // ahead of all host and machine records of an update set.
 #include "messaging/HarbecTrace.h"
+#include "session/updates/PvlanMap.h"
 #include "session/updates/UpdateHandlers.h"
 
 namespace Harbec {
@@ -32,16 +33,18 @@ Kel::String8 trunkRanges(const ns2__VmwareDistributedVirtualSwitchTrunkVlanSpec*
   return list;
 }
 
-void updateVlanPolicy(PortGroup::Ptr pg, const ns2__VmwareDistributedVirtualSwitchVlanSpec* vlan) {
+void updateVlanPolicy(const VI& vi, PortGroup::Ptr pg, const ns2__VmwareDistributedVirtualSwitchVlanSpec* vlan) {
   if (!vlan) {
     HARBEC_TRACE(7, "no vlan tagging");
     pg->trunkIs(false);
     pg->accessVlanIdIs("");
+    pg->vlanPolicyIs("none");
   } else if (auto* trunk = dynamic_cast<const ns2__VmwareDistributedVirtualSwitchTrunkVlanSpec*>(vlan)) {
     // The access VLAN of an earlier policy stays as it was.
     pg->trunkIs(true);
     const Kel::String8 list = trunkRanges(trunk);
     pg->trunkAllowedVlansIs(list);
+    pg->vlanPolicyIs("trunk");
     HARBEC_TRACE(7, "Trunk allowedvlans " << list);
   } else if (auto* id = dynamic_cast<const ns2__VmwareDistributedVirtualSwitchVlanIdSpec*>(vlan)) {
     // The trunk list of an earlier policy stays as it was. VLAN 0 is
@@ -51,19 +54,27 @@ void updateVlanPolicy(PortGroup::Ptr pg, const ns2__VmwareDistributedVirtualSwit
     pg->trunkIs(false);
     pg->accessVlanIdIs(text);
     pg->vlanIdIs(static_cast<unsigned>(id->vlanId));
+    pg->vlanPolicyIs("vlan");
     HARBEC_TRACE(7, "Access vlan id " << text);
   } else {
+    // The VLAN attributes stay as they were; the policy's kind and PVLAN
+    // ids are kept beside them.
     HARBEC_TRACE(0, "Not handling pvlan ");
+    auto* pvlan = dynamic_cast<const ns2__VmwareDistributedVirtualSwitchPvlanSpec*>(vlan);
+    const unsigned secondary = pvlan && pvlan->pvlanId > 0 ? static_cast<unsigned>(pvlan->pvlanId) : 0;
+    pg->vlanPolicyIs(pvlan ? "pvlan" : "other");
+    pg->pvlanIdIs(secondary);
+    pg->pvlanPrimaryIdIs(secondary ? pvlanPrimaryOf(vi, pg->switchRef(), secondary) : 0);
   }
 }
 
-void updatePortGroupConfig(PortGroup::Ptr pg, xsd__anyType* val) {
+void updatePortGroupConfig(const VI& vi, PortGroup::Ptr pg, xsd__anyType* val) {
   auto* config = dynamic_cast<ns2__DVPortgroupConfigInfo*>(val);
   if (!config) return;
   pg->switchRefIs(config->distributedVirtualSwitch ? config->distributedVirtualSwitch->__item
                                                    : std::string());
   if (auto* setting = dynamic_cast<ns2__VMwareDVSPortSetting*>(config->defaultPortConfig))
-    updateVlanPolicy(pg, setting->vlan);
+    updateVlanPolicy(vi, pg, setting->vlan);
 }
 
 }  // namespace
@@ -82,6 +93,10 @@ void processDVSUpdates(ns2__ObjectUpdate* objUpdate, VI::Ptr vi) {
   for (ns2__PropertyChange* change : objUpdate->changeSet) {
     if (!change) continue;
     HARBEC_TRACE(7, "Processing changeset: " << " attribName: " << change->name);
+    if (auto* map = dynamic_cast<ns2__ArrayOfVMwareDVSPvlanMapEntry*>(change->val)) {
+      if (change->name == "config.pvlanConfig") updatePvlanMap(vi, key, dvs, *map);
+      continue;
+    }
     const std::string* text = valueText(change->val);
     if (!text) continue;
     if (change->name == "name") {
@@ -154,7 +169,7 @@ void processPortGroupUpdates(ns2__ObjectUpdate* objUpdate, VI::Ptr vi) {
         pg->pgNameIs(*text);
       }
     } else if (change->name == "config") {
-      updatePortGroupConfig(pg, change->val);
+      updatePortGroupConfig(*vi, pg, change->val);
     }
   }
 }

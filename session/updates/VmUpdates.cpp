@@ -129,6 +129,12 @@ void updateVnic(Vm::Ptr vm, ns2__VirtualEthernetCard* card, VI::Ptr) {
       vnic->portKeyIs("");
       vnic->portGroupIs("");
     }
+    // The networks that have no port group are kept beside.
+    auto* opaque = dynamic_cast<ns2__VirtualEthernetCardOpaqueNetworkBackingInfo*>(backing);
+    auto* legacy = dynamic_cast<ns2__VirtualEthernetCardLegacyNetworkBackingInfo*>(backing);
+    vnic->opaqueNetworkIdIs(opaque ? opaque->opaqueNetworkId : std::string());
+    vnic->opaqueNetworkTypeIs(opaque ? opaque->opaqueNetworkType : std::string());
+    vnic->legacyNetworkIs(legacy ? legacy->deviceName : std::string());
   }
   vnic->activeIs(true);
   vnic->configIdIs(vnic->configId() + 1);

@@ -64,6 +64,7 @@ inline Lines treeFacts(const VI::Ptr& vi) {
       const std::string nic = cat("pnic ", id, "/", n->name(), " ");
       out.push_back(cat(nic, "mac ", n->macAddress()));
       out.push_back(cat(nic, "speedMb ", speedMb(n->speed())));
+      out.push_back(cat(nic, "linkSpeedMb ", n->linkSpeedMb()));
       out.push_back(cat(nic, "duplex ", duplex(n->duplex())));
       out.push_back(cat(nic, "vendor ", n->vendor()));
       out.push_back(cat(nic, "model ", n->model()));
@@ -79,6 +80,7 @@ inline Lines treeFacts(const VI::Ptr& vi) {
       out.push_back(cat(pg, "switch ", p.value()->switchRef()));
       out.push_back(cat(pg, "vlanId ", p.value()->vlanId()));
       out.push_back(cat(pg, "vlan ", vlan(p.value())));
+      out.push_back(cat(pg, "policy ", p.value()->vlanPolicy()));
     }
     for (auto v = h->vnicIterator(); v; ++v) nicFacts(out, "hostvnic", cat(id, "/", v.key()), v.value(), false);
   }
@@ -100,6 +102,9 @@ inline Lines treeFacts(const VI::Ptr& vi) {
     out.push_back(cat("dvpg ", i.key(), " name ", i.value()->pgName()));
     out.push_back(cat("dvpg ", i.key(), " switch ", i.value()->switchRef()));
     out.push_back(cat("dvpg ", i.key(), " vlan ", vlan(i.value())));
+    out.push_back(cat("dvpg ", i.key(), " policy ", i.value()->vlanPolicy()));
+    if (i.value()->vlanPolicy() == "pvlan")
+      out.push_back(cat("dvpg ", i.key(), " pvlan ", i.value()->pvlanPrimaryId(), "/", i.value()->pvlanId()));
   }
   std::sort(out.begin(), out.end());
   return out;

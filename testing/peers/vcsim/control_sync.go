@@ -284,11 +284,18 @@ func (s *Simulator) facts() []string {
 		vm := e.(*simulator.VirtualMachine)
 		simulator.Map.WithLock(vm, func() { vmFacts(add, vm, hostNames) })
 	}
+	primaries := map[string]map[int32]int32{} // switch -> secondary -> primary
 	for _, e := range sortedEntities(dvsInternalType) {
 		dvs := e.(*simulator.DistributedVirtualSwitch)
 		simulator.Map.WithLock(dvs, func() {
 			add("dvs %s name %s", dvs.Self.Value, dvs.Name)
 			add("dvs %s uuid %s", dvs.Self.Value, dvs.Uuid)
+			primaries[dvs.Self.Value] = map[int32]int32{}
+			if cfg, ok := dvs.Config.(*types.VMwareDVSConfigInfo); ok {
+				for _, m := range cfg.PvlanConfig {
+					primaries[dvs.Self.Value][m.SecondaryVlanId] = m.PrimaryVlanId
+				}
+			}
 		})
 	}
 	for _, e := range sortedEntities("DistributedVirtualPortgroup") {
@@ -304,6 +311,10 @@ func (s *Simulator) facts() []string {
 				spec = setting.Vlan
 			}
 			add("dvpg %s vlan %s", id, dvVlanText(spec))
+			add("dvpg %s policy %s", id, dvVlanPolicy(spec))
+			if pvlan, ok := spec.(*types.VmwareDistributedVirtualSwitchPvlanSpec); ok && pg.Config.DistributedVirtualSwitch != nil {
+				add("dvpg %s pvlan %d/%d", id, primaries[pg.Config.DistributedVirtualSwitch.Value][pvlan.PvlanId], pvlan.PvlanId)
+			}
 		})
 	}
 	sort.Strings(out)
@@ -345,15 +356,19 @@ func hostFacts(add func(string, ...interface{}), h *simulator.HostSystem, parent
 	for _, p := range net.Pnic {
 		nic := id + "/" + p.Device
 		add("pnic %s mac %s", nic, p.Mac)
-		speed, duplex := 0, "unknown"
+		speed, raw, duplex := 0, 0, "unknown"
 		if l := p.LinkSpeed; l != nil {
 			switch l.SpeedMb {
 			case 10, 100, 1000, 10000, 40000, 100000:
 				speed = int(l.SpeedMb)
 			}
+			if l.SpeedMb > 0 {
+				raw = int(l.SpeedMb)
+			}
 			duplex = map[bool]string{true: "full", false: "half"}[l.Duplex]
 		}
 		add("pnic %s speedMb %d", nic, speed)
+		add("pnic %s linkSpeedMb %d", nic, raw)
 		add("pnic %s duplex %s", nic, duplex)
 		add("pnic %s vendor %s", nic, vendors[p.Pci])
 		add("pnic %s model %s", nic, models[p.Pci])
@@ -377,6 +392,7 @@ func hostFacts(add func(string, ...interface{}), h *simulator.HostSystem, parent
 		default:
 			add("hostpg %s vlan none", pid)
 		}
+		add("hostpg %s policy %s", pid, hostVlanPolicy(pg.Spec.VlanId))
 	}
 	for _, v := range net.Vnic {
 		for _, kind := range []string{"vnic", "hostvnic"} {
@@ -503,6 +519,32 @@ func vmFacts(add func(string, ...interface{}), vm *simulator.VirtualMachine, hos
 // dvVlanText is a distributed port group's VLAN as the client shows it:
 // "access N", "trunk a-b,c-d" (VLAN 0 read as 1, ranges beyond 4094
 // left out), or "none" (untagged, and PVLAN, which it does not map).
+// hostVlanPolicy is the kind of a standard port group's VLAN id.
+func hostVlanPolicy(id int32) string {
+	switch {
+	case id == 4095:
+		return "trunk"
+	case id >= 1 && id <= 4094:
+		return "vlan"
+	}
+	return "none"
+}
+
+// dvVlanPolicy is the kind of a distributed port group's VLAN policy.
+func dvVlanPolicy(spec types.BaseVmwareDistributedVirtualSwitchVlanSpec) string {
+	switch spec.(type) {
+	case nil:
+		return "none"
+	case *types.VmwareDistributedVirtualSwitchVlanIdSpec:
+		return "vlan"
+	case *types.VmwareDistributedVirtualSwitchTrunkVlanSpec:
+		return "trunk"
+	case *types.VmwareDistributedVirtualSwitchPvlanSpec:
+		return "pvlan"
+	}
+	return "other"
+}
+
 func dvVlanText(spec types.BaseVmwareDistributedVirtualSwitchVlanSpec) string {
 	switch v := spec.(type) {
 	case *types.VmwareDistributedVirtualSwitchVlanIdSpec:

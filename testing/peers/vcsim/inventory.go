@@ -184,6 +184,7 @@ func (s *Simulator) completeSwitch(dvs *simulator.DistributedVirtualSwitch) {
 
 		vlan := int32(firstVlan)
 		pos := 0
+		var secondaries []int32
 		for _, ref := range dvs.Portgroup {
 			pg, ok := simulator.Map.Get(ref).(*simulator.DistributedVirtualPortgroup)
 			if !ok {
@@ -201,11 +202,15 @@ func (s *Simulator) completeSwitch(dvs *simulator.DistributedVirtualSwitch) {
 				setting.Vlan = &types.VmwareDistributedVirtualSwitchVlanIdSpec{VlanId: vlan}
 				if s.cfg.Variety {
 					setting.Vlan = varietyVlan(pos, vlan)
+					if _, pvlan := setting.Vlan.(*types.VmwareDistributedVirtualSwitchPvlanSpec); pvlan {
+						secondaries = append(secondaries, vlan)
+					}
 				}
 			}
 			vlan++
 			pos++
 		}
+		cfg.PvlanConfig = pvlanMap(secondaries)
 	})
 }
 

@@ -39,16 +39,31 @@ func varietyVlan(pos int, vlan int32) types.BaseVmwareDistributedVirtualSwitchVl
 	return &types.VmwareDistributedVirtualSwitchVlanIdSpec{VlanId: vlan}
 }
 
+// The primary VLAN of the variety's PVLAN port groups, whose own ids are
+// isolated secondaries of it.
+const pvlanPrimary = 500
+
+// pvlanMap is a switch's PVLAN map for these secondary VLANs: the primary
+// itself, promiscuous, and each secondary; none without secondaries.
+func pvlanMap(secondaries []int32) []types.VMwareDVSPvlanMapEntry {
+	if len(secondaries) == 0 {
+		return nil
+	}
+	m := []types.VMwareDVSPvlanMapEntry{{PrimaryVlanId: pvlanPrimary, SecondaryVlanId: pvlanPrimary, PvlanType: "promiscuous"}}
+	for _, s := range secondaries {
+		m = append(m, types.VMwareDVSPvlanMapEntry{PrimaryVlanId: pvlanPrimary, SecondaryVlanId: s, PvlanType: "isolated"})
+	}
+	return m
+}
+
 // addHostVariety gives host number n a second standard switch with a
 // storage NIC and a VMkernel NIC, a spare NIC on no switch, and two more
 // port groups. It runs before the host is published.
 func addHostVariety(host *simulator.HostSystem, n int) {
 	simulator.Map.WithLock(host, func() {
 		net := host.Config.Network
-		speed := int32(1000)
-		if n%2 == 1 {
-			speed = 2500 // between two rates
-		}
+		// 1 Gb/s, and rates that vCenter reports but older clients lack.
+		speed := []int32{1000, 2500, 25000}[n%3]
 		net.Pnic = append(net.Pnic,
 			types.PhysicalNic{Key: "key-vim.host.PhysicalNic-" + storageDevice, Device: storageDevice, Pci: "0000:1b:00.0",
 				Driver: "ixgben", LinkSpeed: &types.PhysicalNicLinkInfo{SpeedMb: speed, Duplex: false},
