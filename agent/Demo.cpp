@@ -76,9 +76,6 @@ void Demo::start(Settings& settings) {
   dvsRef_ = firstWithPrefix(refs, "dvs-");
   busyHostRef_ = firstWithPrefix(refs, "host-");
   std::string network = firstWithPrefix(refs, "network-");
-  // Counters of DV ports are asked for with an empty switch reference: the
-  // simulator sends those calls to the demo's switch.
-  if (!dvsRef_.empty()) vc.call("POST", "/options", "{\"emptyDvsRef\":" + jsonText(dvsRef_) + "}");
   // A machine on the standard switch, and one powered off.
   if (!network.empty() && !busyHostRef_.empty())
     vc.call("POST", "/vm/create",

@@ -1,5 +1,6 @@
 #include "agent/HostAgent.h"
 
+#include <signal.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -15,6 +16,7 @@
 #include "Kel/Log.h"
 #include "agent/Changes.h"
 #include "agent/Failure.h"
+#include "agent/PortCounters.h"
 #include "agent/Relays.h"
 #include "agent/SwitchView.h"
 #include "session/HarbecSm.h"
@@ -61,10 +63,6 @@ std::string clock() {
   return buf;
 }
 
-bool digitsOnly(const std::string& s) {
-  return !s.empty() && s.size() < 10 && s.find_first_not_of("0123456789") == std::string::npos;
-}
-
 struct VcSession {
   std::string instance;
   SoapStatus::Ptr soapStatus = soapStatusFactory("soapStatus");
@@ -93,6 +91,7 @@ struct HostAgent::Impl {
   // refuses FetchDVPorts refuses it every time.
   bool countersWanted = true;
   unsigned failuresBeforeRound = 0;
+  std::vector<PortAsk> portAsked;
 
   VS::Ptr vs;
   RestStatus::Ptr restStatus;
@@ -154,7 +153,8 @@ struct HostAgent::Impl {
   void vsmRound();
   void awaitVsmRound(double seconds);
   std::vector<std::string> postHints();
-  std::string postCounters();
+  std::vector<std::string> postCounters();
+  void takeCounters();
   void checkCounters();
   Snapshot snapshot();
   std::string vshieldState();
@@ -179,6 +179,10 @@ void HostAgent::Impl::startSession(VcSession& s, const char* instance) {
 }
 
 void HostAgent::Impl::start() {
+  // The library puts this action back for SIGPIPE when it lets a counters
+  // descriptor go: the agent ignores the signal throughout.
+  currentAction = {};
+  currentAction.sa_handler = SIG_IGN;
   Kel::logSinkIs([this](const Kel::LogHandle& h, const Kel::String8& text) {
     std::string line = clock() + " " + h.id().str() + ": " + text.str();
     // A failure's own words go with the lines that only name it.
@@ -285,21 +289,28 @@ std::vector<std::string> HostAgent::Impl::postHints() {
 }
 
 // Counters of the DV ports behind the interfaces: the uplinks and the
-// machines' NICs. Ports of standard switches have no counters here.
-std::string HostAgent::Impl::postCounters() {
-  if (!countersWanted) return "";
+// machines' NICs, one request per switch. Ports of standard switches have
+// no counters here.
+std::vector<std::string> HostAgent::Impl::postCounters() {
+  std::vector<std::string> names;
+  if (!countersWanted) return names;
   Snapshot s = snapshot();
   SwitchView view = switchView(s);
-  std::set<unsigned> ports;
-  for (const InterfaceView& iv : view.interfaces) {
-    if (iv.pnic && digitsOnly(iv.pnic->uplinkPortKey)) ports.insert(std::stoul(iv.pnic->uplinkPortKey));
-    for (const AttachedVm& a : iv.vms)
-      if (digitsOnly(a.nic->portKey)) ports.insert(std::stoul(a.nic->portKey));
+  {
+    Kel::ActivityLockAnchor lock;
+    portAsked = portAsks(view, *vi);
   }
-  if (ports.empty()) return "";
-  FetchDvPortRequest::Ptr r = fetchDvPortRequestFactory(fresh("counters"));
-  for (unsigned p : ports) r->dvPortEnq(p);
-  return post(requests, r);
+  for (PortAsk& ask : portAsked)
+    if (FetchDvPortRequest::Ptr r = portRequest(ask, fresh("counters"))) names.push_back(post(requests, r));
+  return names;
+}
+
+// The answers of the counters posted last; then whether they failed.
+void HostAgent::Impl::takeCounters() {
+  for (const PortAsk& ask : portAsked)
+    if (!ask.request.empty()) takeAnswer(vi, ask);
+  portAsked.clear();
+  checkCounters();
 }
 
 // One round of the vCenter requests the agent repeats: neighbour hints, a
@@ -311,10 +322,8 @@ std::vector<std::string> HostAgent::Impl::postRound(bool firstRound) {
   }
   std::vector<std::string> names = postHints();
   names.push_back(post(requests, connectionStatusRequestFactory(fresh("probe"))));
-  if (!firstRound) {
-    std::string c = postCounters();
-    if (!c.empty()) names.push_back(c);
-  }
+  if (!firstRound)
+    for (const std::string& c : postCounters()) names.push_back(c);
   return names;
 }
 
@@ -419,7 +428,7 @@ int HostAgent::Impl::live(std::string loop) {
     for (const std::string& n : round) roundDone = roundDone && served.has(n);
     if (roundDone && !round.empty()) {
       round.clear();
-      checkCounters();
+      takeCounters();
     }
     if (roundDone && now() >= nextRound) {
       if (discoverInterfaces()) postHints();
@@ -470,11 +479,8 @@ int HostAgent::run() {
   if (a.discoverInterfaces())
     for (const std::string& n : a.postHints()) a.served.wait(n, kRequestTimeout);
   // Counters once the interfaces have their hosts.
-  std::string counters = a.postCounters();
-  if (!counters.empty()) {
-    a.served.wait(counters, kRequestTimeout);
-    a.checkCounters();
-  }
+  for (const std::string& n : a.postCounters()) a.served.wait(n, kRequestTimeout);
+  a.takeCounters();
 
   // --once waits for vShield Manager's answer, or its time-outs; the live
   // view shows it when it comes.

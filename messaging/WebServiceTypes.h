@@ -165,12 +165,19 @@ class RestResponse : public WebServiceResponse {
 };
 KEL_FACTORY(RestResponse, restResponseFactory)
 
+// Beside each port's counters, what the port itself reported: its link
+// (unknown without runtime state), its MTU where given, and its blocked
+// policy ("" without one, else its value) with whether it was inherited.
 #define HARBEC_FETCH_DV_PORT_RESPONSE_ATTRIBUTES(SCALAR, CTOR, VALUES, ENTITIES, QUEUE) \
   SCALAR(intf, Intf, Kel::String8, Kel::String8())                                     \
   SCALAR(vm, Vm, Kel::String8, Kel::String8())                                         \
   SCALAR(dvsMoId, DvsMoId, Kel::String8, Kel::String8())                               \
   VALUES(dvPortStat, DvPortStat, Kel::String8, Interface::IntfStatistics, Kel::HashMap) \
-  SCALAR(initialized, Initialized, bool, false)
+  SCALAR(initialized, Initialized, bool, false)                                        \
+  VALUES(dvPortLink, DvPortLink, Kel::String8, Interface::LinkStatus, Kel::HashMap)     \
+  VALUES(dvPortMtu, DvPortMtu, Kel::String8, unsigned, Kel::HashMap)                    \
+  VALUES(dvPortBlocked, DvPortBlocked, Kel::String8, Kel::String8, Kel::HashMap)        \
+  VALUES(dvPortBlockedInherited, DvPortBlockedInherited, Kel::String8, bool, Kel::HashMap)
 
 class FetchDvPortResponse : public SoapResponse {
   KEL_RECORD(Harbec, FetchDvPortResponse, SoapResponse, HARBEC_FETCH_DV_PORT_RESPONSE_ATTRIBUTES)

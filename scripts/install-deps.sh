@@ -7,7 +7,7 @@ packages=(
   libgtest-dev libbenchmark-dev
   gsoap libgsoap-dev libssl-dev
   libcurl4-openssl-dev libpugixml-dev golang-go golang-github-vmware-govmomi-dev python3
-  clang-14 libclang-rt-14-dev gcovr
+  clang-14 libclang-rt-14-dev gcovr nlohmann-json3-dev
 )
 
 missing=()

@@ -15,7 +15,10 @@
 #include <set>
 #include <sstream>
 
+#include <nlohmann/json.hpp>
+
 #include "agent/Supervisor.h"
+#include "agent/VlanSet.h"
 #include "peers/VcSim.h"
 #include "peers/VsmStub.h"
 
@@ -149,6 +152,90 @@ TEST(AgentProgram, OnceJsonHoldsTheSimulatorsInventoryAndTheManagersSegments) {
   EXPECT_EQ(r.out.substr(vmsOfEthernet7, nonEmpty.size()), nonEmpty) << "with machines behind it";
   EXPECT_EQ(peer::values(r.out, "id"), (std::vector<std::string>{"virtualwire-1", "virtualwire-2"}));
   EXPECT_EQ(vsm.uris().at(0), "/api/2.0/global/heartbeat");
+}
+
+// The simulator's varied inventory, every host's uplinks cabled to this
+// switch: each NIC's speed and link, and each interface's VLANs, as the
+// simulator's own account of its inventory has them. Counters come on the
+// road that names the switch, and a port's own link stands unless it is
+// blocked.
+TEST(AgentProgram, VariedInventoryShownTrue) {
+  vcsim::Simulator vc(kUser, kPassword, {"-variety", "-pg", "3"});
+  std::map<std::string, std::string> facts;  // "<kind> <id> <attribute>" -> value
+  for (const std::string& f : peer::values(vc.call("GET", "/inventory/facts"), "fact")) {
+    size_t third = f.find(' ', f.find(' ', f.find(' ') + 1) + 1);
+    facts[f.substr(0, third)] = third == std::string::npos ? "" : f.substr(third + 1);
+  }
+  // Each host's two uplinks: the distributed switch's and the storage switch's.
+  std::set<std::string> hosts;
+  for (const std::string& ref : peer::values(vc.call("GET", "/inventory"), "ref"))
+    if (ref.rfind("host-", 0) == 0) hosts.insert(ref);
+  int port = 0;
+  for (const std::string& host : hosts)
+    for (const char* device : {"vmnic1", "vmnic2"})
+      vc.call("POST", "/hints", "{\"host\":\"" + host + "\",\"device\":\"" + device +
+                                    "\",\"cdp\":{\"devId\":\"00:1c:73:aa:bb:cc\",\"portId\":\"Ethernet" +
+                                    std::to_string(++port) + "\"}}");
+  // Three machine ports: link down, blocked by an inherited false, blocked.
+  std::vector<vcsim::Simulator::DvPort> cards;
+  for (const auto& p : vc.dvPorts("dvs-9"))
+    if (p.connecteeType == "vmVnic") cards.push_back(p);
+  ASSERT_GE(cards.size(), 3u);
+  const std::pair<const char*, const char*> portStates[] = {
+      {"\"linkUp\":false", "down"},
+      {"\"blocked\":{\"inherited\":true,\"value\":false}", "up"},
+      {"\"blocked\":{\"inherited\":false,\"value\":true}", "blocked"}};
+  for (size_t i = 0; i < 3; ++i)
+    vc.call("POST", "/ports", "{\"dvs\":\"dvs-9\",\"key\":\"" + cards[i].key + "\"," + portStates[i].first + "}");
+
+  Outcome r = runAgent("--vcenter " + vc.url + " --user " + kUser +
+                           " --password-file - --bridge-mac 00:1c:73:aa:bb:cc --once --json --quiet",
+                       std::string(kPassword) + "\n");
+  ASSERT_EQ(r.status, 0) << r.err;
+  const nlohmann::json view = nlohmann::json::parse(r.out);
+
+  const std::map<std::string, std::string> speeds = {{"0", ""}, {"1000", "1G"}, {"2500", "2.5G"}, {"10000", "10G"}, {"25000", "25G"}};
+  for (const auto& h : view["hosts"])
+    for (const auto& n : h["nics"]) {
+      const std::string id = "pnic " + h["ref"].get<std::string>() + "/" + n["device"].get<std::string>();
+      const std::string mb = facts[id + " linkSpeedMb"];
+      SCOPED_TRACE(id);
+      EXPECT_EQ(n["speed"], speeds.at(mb));
+      EXPECT_EQ(n["link"], mb == "0" ? "unknown" : "up");
+    }
+  // Each interface carries the VLANs of the port groups of the machines
+  // behind it, a PVLAN's primary and secondary both.
+  unsigned pvlans = 0;
+  for (const auto& i : view["interfaces"]) {
+    SCOPED_TRACE(i["name"].get<std::string>());
+    HarbecAgent::VlanSet want, have;
+    for (const auto& vm : i["vms"]) {
+      const std::string pg = facts["vnic " + vm["ref"].get<std::string>() + "/" + vm["nic"].get<std::string>() + " portGroup"];
+      const std::string policy = facts["dvpg " + pg + " policy"];
+      if (policy == "pvlan") {
+        std::string ids = facts["dvpg " + pg + " pvlan"];
+        want.add(ids.replace(ids.find('/'), 1, ","));
+        ++pvlans;
+      } else if (!facts.count("dvpg " + pg + " vlan")) {
+        want.addUntagged();  // a standard port group: none of the variety's carries a VLAN to machines
+      } else {
+        std::string vlan = facts["dvpg " + pg + " vlan"];
+        want.add(vlan == "none" ? "" : vlan.substr(vlan.find(' ') + 1));
+      }
+    }
+    have.add(i["vlans"].get<std::string>());
+    if (i["vlans"] == "") have = HarbecAgent::VlanSet();
+    EXPECT_EQ(have.text(), want.text());
+    EXPECT_EQ(i["unknownVlanNics"], 0);
+  }
+  EXPECT_GT(pvlans, 0u);
+
+  std::map<std::string, std::string> linkOfPort;
+  for (const auto& vm : view["vms"])
+    for (const auto& n : vm["nics"]) linkOfPort[n["portKey"].get<std::string>()] = n["link"].get<std::string>();
+  for (size_t i = 0; i < 3; ++i) EXPECT_EQ(linkOfPort[cards[i].key], portStates[i].second) << cards[i].key;
+  for (const std::string& dvs : peer::values(vc.call("GET", "/calls?method=FetchDVPorts"), "value"))
+    EXPECT_EQ(dvs, "dvs-9") << "the counters' road names the switch";
 }
 
 TEST(AgentProgram, DemoShowsWhatStandsBehindTheSwitch) {

@@ -83,7 +83,9 @@ class CallbackRepliesTest : public SimulatorSuite {
 };
 
 TEST_F(CallbackRepliesTest, FetchParksTheAnswerUnderTheSocket) {
-  simports::setPort(*sim, "3", std::string("\"stats\":") + simports::kStatsJson);
+  simports::setPort(*sim, "3", std::string("\"mtu\":9000,\"blocked\":{\"inherited\":true,\"value\":false},\"stats\":") +
+                                  simports::kStatsJson);
+  simports::setPort(*sim, "0", "\"linkUp\":false");
   s.serve(withCallback(fetchDvPortRequestFactory("fetch"), {0, 3}));
   FetchDvPortResponse::Ptr response = parked();
   ASSERT_TRUE(response);
@@ -94,6 +96,12 @@ TEST_F(CallbackRepliesTest, FetchParksTheAnswerUnderTheSocket) {
   EXPECT_EQ(response->dvsMoId(), "dvs-9");
   EXPECT_EQ(response->dvPortStats(), 2u);
   EXPECT_EQ(response->dvPortStat("3"), simports::statsOfJson());
+  // Beside the counters, what each port said of itself.
+  EXPECT_EQ(response->dvPortLink("0"), Interface::linkStatusDown);
+  EXPECT_EQ(response->dvPortLink("3"), Interface::linkStatusUp);
+  EXPECT_EQ(response->dvPortMtu("3"), 9000u);
+  EXPECT_EQ(response->dvPortBlocked("3") + (response->dvPortBlockedInherited("3") ? " inherited" : ""), "false inherited");
+  EXPECT_EQ(response->dvPortBlocked("0"), "");
   EXPECT_EQ(response->responseType(), fetchDvPortResponseType);
   EXPECT_FALSE(inventoryTouched());
   EXPECT_EQ(peer::values(sim->call("GET", "/calls?method=FetchDVPorts"), "value"), Lines{"dvs-9"});

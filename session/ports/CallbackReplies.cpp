@@ -105,6 +105,13 @@ void HarbecSm::handleFetchDvPortRequestWithCallback(const Kel::Ptr<const FetchDv
     HARBEC_TRACE(7, "packetsInException: " << s.packetsInException);
     HARBEC_TRACE(7, "packetsInDropped: " << s.packetsInDropped);
     response->dvPortStatIs(dvPort->key, intfStatistics(s));
+    // The port's own facts beside its counters.
+    const PortFacts facts = portFacts(*dvPort);
+    response->dvPortLinkIs(dvPort->key, facts.link);
+    response->dvPortBlockedIs(dvPort->key, facts.blocked);
+    response->dvPortBlockedInheritedIs(dvPort->key, facts.blockedInherited);
+    if (dvPort->state->runtimeInfo && dvPort->state->runtimeInfo->mtu)
+      response->dvPortMtuIs(dvPort->key, static_cast<unsigned>(*dvPort->state->runtimeInfo->mtu));
   }
   vi_->responsesWithCallbackIs(response->socket(), response);
 }

@@ -14,25 +14,18 @@ namespace Harbec {
 
 namespace {
 
-// The port's blocked policy as it came: "" without one, else its value, and
-// whether it was inherited.
-template <class Nic>
-void writeBlockedPolicy(const Kel::Ptr<Nic>& nic, const ns2__DistributedVirtualPort* dvPort) {
-  const ns2__BoolPolicy* policy =
-      dvPort->config && dvPort->config->setting ? dvPort->config->setting->blocked : nullptr;
-  nic->blockedPolicyIs(!policy || !policy->value ? "" : *policy->value ? "true" : "false");
-  nic->blockedInheritedIs(policy && policy->value && policy->inherited);
-}
-
 // Link, MTU and counters of one port onto a Pnic or a Vnic, which carry the
-// same attributes. A port without runtime state leaves them as they are.
+// same attributes. A port without runtime state leaves them as they are;
+// the port's own facts go beside them.
 template <class Nic>
 void writePortState(const Kel::Ptr<Nic>& nic, const ns2__DistributedVirtualPort* dvPort, bool blocked, double now) {
   if (blocked) nic->operStatusIs(Interface::intfOperStatusDown);
-  writeBlockedPolicy(nic, dvPort);
+  const PortFacts facts = portFacts(*dvPort);
+  nic->blockedPolicyIs(facts.blocked);
+  nic->blockedInheritedIs(facts.blockedInherited);
   if (!dvPort->state || !dvPort->state->runtimeInfo) return;
   const ns2__DVPortState* state = dvPort->state;
-  nic->reportedLinkIs(state->runtimeInfo->linkUp ? Interface::linkStatusUp : Interface::linkStatusDown);
+  nic->reportedLinkIs(facts.link);
   if (blocked || !state->runtimeInfo->linkUp) {
     nic->linkStatusIs(Interface::linkStatusDown);
   } else {
@@ -49,6 +42,18 @@ void writePortState(const Kel::Ptr<Nic>& nic, const ns2__DistributedVirtualPort*
 }
 
 }  // namespace
+
+PortFacts portFacts(const ns2__DistributedVirtualPort& port) {
+  PortFacts facts;
+  const ns2__BoolPolicy* policy = port.config && port.config->setting ? port.config->setting->blocked : nullptr;
+  if (policy && policy->value) {
+    facts.blocked = *policy->value ? "true" : "false";
+    facts.blockedInherited = policy->inherited;
+  }
+  if (port.state && port.state->runtimeInfo)
+    facts.link = port.state->runtimeInfo->linkUp ? Interface::linkStatusUp : Interface::linkStatusDown;
+  return facts;
+}
 
 std::string dvPortKey(unsigned port) {
   char key[16];

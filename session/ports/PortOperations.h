@@ -15,6 +15,17 @@ std::string dvPortKey(unsigned port);
 // and broadcast.
 Interface::IntfStatistics intfStatistics(const ns2__DistributedVirtualSwitchPortStatistics& stats);
 
+// A port's own facts, as the inventory and the answers of the named road
+// keep them beside what the specified attributes say: its blocked policy
+// ("" without one, else "true" or "false") and whether that was inherited,
+// and its link (unknown without runtime state).
+struct PortFacts {
+  std::string blocked;
+  bool blockedInherited = false;
+  Interface::LinkStatus link = Interface::linkStatusUnknown;
+};
+PortFacts portFacts(const ns2__DistributedVirtualPort& port);
+
 // Writes link, MTU and counters of each port of the reply onto the NIC it
 // connects to, under the activity lock. A NIC that the inventory lacks is a
 // broken invariant.

@@ -1,13 +1,9 @@
 #include "session/updates/PvlanMap.h"
 
-#include <vector>
-
 namespace Harbec {
 
 void updatePvlanMap(VI::Ptr vi, const Kel::Name& dvsKey, DVS::Ptr dvs, const ns2__ArrayOfVMwareDVSPvlanMapEntry& map) {
-  std::vector<unsigned> gone;
-  for (auto i = dvs->pvlanPrimaryIterator(); i; ++i) gone.push_back(i.key());
-  for (unsigned secondary : gone) dvs->pvlanPrimaryDel(secondary);
+  dvs->pvlanPrimaryDelAll();
   for (const ns2__VMwareDVSPvlanMapEntry* entry : map.VMwareDVSPvlanMapEntry)
     if (entry && entry->primaryVlanId > 0 && entry->secondaryVlanId > 0)
       dvs->pvlanPrimaryIs(static_cast<unsigned>(entry->secondaryVlanId), static_cast<unsigned>(entry->primaryVlanId));
