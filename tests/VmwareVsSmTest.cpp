@@ -296,6 +296,38 @@ INSTANTIATE_TEST_SUITE_P(
              [](const VS::Ptr& v, const Kel::Name& n) { return Kel::Ptr<VsDataModel>(v->vniRange(n)); }}),
     [](const ::testing::TestParamInfo<Kind>& i) { return std::string(i.param.name); });
 
+// A request for a page of virtual wires is answered with every page; a
+// page that fails leaves the tree as it was.
+TEST_F(VsSession, EveryPageOfVirtualWires) {
+  const std::string wires = "api/2.0/vdn/virtualwires";
+  auto page = [&](int start, int count) {
+    serve(wires + "?pagesize=3&startindex=" + std::to_string(start),
+          "\"generate\":{\"kind\":\"virtualWires\",\"startIndex\":" + std::to_string(start) +
+              ",\"count\":" + std::to_string(count) + ",\"pageSize\":3,\"totalCount\":7}");
+  };
+  page(0, 3);
+  page(3, 3);
+  page(6, 1);
+  RestRequest::Ptr request = restRequestFactory("wires", vsVxlanSegment, httpGET);
+  request->endPointIs(wires);
+  request->optionalArgIs("pagesize", "3");
+  request->optionalArgIs("startindex", "0");
+  sm->processRestRequest(request);
+  EXPECT_EQ(vs->vxlanSegments(), 7u);
+  EXPECT_TRUE(vs->vxlanSegment("virtualwire-6"));
+  EXPECT_EQ(rest->successCount(), 3u);
+  EXPECT_EQ(stub.uris().back(), "/" + wires + "?pagesize=3&startindex=6");
+
+  serve(wires + "?pagesize=3&startindex=3", R"("status":503)");
+  page(0, 2);
+  tree.w.clear();
+  sm->processRestRequest(request);
+  EXPECT_EQ(vs->vxlanSegments(), 7u);
+  EXPECT_EQ(tree.w, Writes{});
+  EXPECT_EQ(session->sessionState(), sessionDisconnected);
+  EXPECT_EQ(rest->lastFailedMsg(), Kel::String8(wires + "?pagesize=3&startindex=3"));
+}
+
 TEST_F(VsSession, PortGroupSetIsMergedWithTheLeastWriting) {
   auto wire = [](int revision, const char* a, const char* b) {
     auto pg = [](const char* v) {

@@ -61,33 +61,11 @@ void VmwareVsSm::processRestRequest(const RestRequest::PtrConst& restRequest) {
 
   KEL_ASSERT(restRequest->requestType() == httpGET() && "Only HTTP GETS supported.");
   Kel::String8 endpoint = restRequest->toEndPoint();
-  HARBEC_TRACE(6, "Endpoint: " << endpoint);
-  updateRestStatusSent(restStatus(), endpoint);
-
   MemoryBuffer buffer;
-  long code = httpGetRequest(this, endpoint, buffer);
-  if (code != 200) {
-    updateSessionStatusAndLog(sessionStatus(), sessionDisconnected);
-    updateRestStatusResult(restStatus(), endpoint, code);
-    updateRestStatusWords(restStatus(), buffer.failure, "");
-    return;
-  }
-
   // The document points into the buffer and goes first.
   pugi::xml_document doc;
-  pugi::xml_parse_result parsed =
-      doc.load_buffer_inplace(buffer.buffer, buffer.size, pugi::parse_default, pugi::encoding_auto);
-  if (parsed.status != pugi::status_ok) {
-    updateSessionStatusAndLog(sessionStatus(), sessionDisconnected);
-    // 500 stands for a reply that can't be used.
-    updateRestStatusResult(restStatus(), endpoint, 500);
-    Kel::log(VMWAREVS_REST_FAULT, endpoint);
-    updateRestStatusWords(restStatus(),
-                          "HTTP 200, but the reply is not XML: " + std::string(parsed.description()) + " at byte " +
-                              std::to_string(parsed.offset) + " of " + std::to_string(buffer.size),
-                          "");
-    return;
-  }
+  if (!fetchDocument(endpoint, buffer, doc)) return;
+  if (restRequest->vsDataType() == vsVxlanSegment && !fetchRemainingPages(*restRequest, doc, endpoint)) return;
 
   switch (restRequest->vsDataType()) {
     case vsHeartBeat: processHeartBeatRequest(doc); break;
@@ -102,6 +80,30 @@ void VmwareVsSm::processRestRequest(const RestRequest::PtrConst& restRequest) {
   updateRestStatusResult(restStatus(), endpoint, 200);
   if (restRequest->vsDataType() != vsHeartBeat)
     updateRestStatusWords(restStatus(), "", unexpectedShape(doc, restRequest->vsDataType()));
+}
+
+bool VmwareVsSm::fetchDocument(const Kel::String8& endpoint, MemoryBuffer& buffer, pugi::xml_document& doc) {
+  HARBEC_TRACE(6, "Endpoint: " << endpoint);
+  updateRestStatusSent(restStatus(), endpoint);
+  long code = httpGetRequest(this, endpoint, buffer);
+  if (code != 200) {
+    updateSessionStatusAndLog(sessionStatus(), sessionDisconnected);
+    updateRestStatusResult(restStatus(), endpoint, code);
+    updateRestStatusWords(restStatus(), buffer.failure, "");
+    return false;
+  }
+  pugi::xml_parse_result parsed =
+      doc.load_buffer_inplace(buffer.buffer, buffer.size, pugi::parse_default, pugi::encoding_auto);
+  if (parsed.status == pugi::status_ok) return true;
+  updateSessionStatusAndLog(sessionStatus(), sessionDisconnected);
+  // 500 stands for a reply that can't be used.
+  updateRestStatusResult(restStatus(), endpoint, 500);
+  Kel::log(VMWAREVS_REST_FAULT, endpoint);
+  updateRestStatusWords(restStatus(),
+                        "HTTP 200, but the reply is not XML: " + std::string(parsed.description()) + " at byte " +
+                            std::to_string(parsed.offset) + " of " + std::to_string(buffer.size),
+                        "");
+  return false;
 }
 
 void VmwareVsSm::processHeartBeatRequest(const pugi::xml_document& doc) {

@@ -12,6 +12,8 @@
 
 namespace Harbec {
 
+class MemoryBuffer;
+
 class VmwareVsSm : public RestRequestHandler {
  public:
   using Ptr = Kel::Ptr<VmwareVsSm>;
@@ -55,6 +57,14 @@ class VmwareVsSm : public RestRequestHandler {
                                const VsConfig::PtrConst&, const VS::Ptr&, bool);
   // The only request type this session serves.
   static RestRequestType httpGET() { return Harbec::httpGET; }
+  // GETs `endpoint` and parses the reply into `doc`, which points into
+  // `buffer`; a failure is counted, logged and false.
+  bool fetchDocument(const Kel::String8& endpoint, MemoryBuffer& buffer, pugi::xml_document& doc);
+  // The pages after the first of a paged list of virtual wires, appended to
+  // the first page's; false when one of them fails. Each page is counted
+  // once the next is asked for; `endpoint` ends as the last one's, to be
+  // counted when the list has been handled.
+  bool fetchRemainingPages(const RestRequest& request, pugi::xml_document& doc, Kel::String8& endpoint);
 
   VsConfig::PtrConst vsConfig_;
   VS::Ptr vs_;
