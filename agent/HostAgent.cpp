@@ -382,8 +382,18 @@ void HostAgent::Impl::checkCounters() {
 }
 
 Snapshot HostAgent::Impl::snapshot() {
-  Kel::ActivityLockAnchor lock;
-  return takeSnapshot(*vi, vs.ptr());
+  Snapshot s;
+  {
+    Kel::ActivityLockAnchor lock;
+    s = takeSnapshot(*vi, vs.ptr());
+  }
+  for (InterfaceInfo& intf : s.interfaces) {
+    auto configured = o.configuredVlans.find(intf.name);
+    if (configured == o.configuredVlans.end()) continue;
+    intf.configured = true;
+    intf.configuredVlans = configured->second;
+  }
+  return s;
 }
 
 std::string HostAgent::Impl::vshieldState() {

@@ -20,6 +20,9 @@ std::string usage(const std::string& program) {
          "  --vsm-password-file FILE  as --password-file (after the vCenter line on stdin)\n"
          "This switch:\n"
          "  --bridge-mac MAC          bridge MAC as neighbours announce it over CDP/LLDP\n"
+         "  --configured-vlans IFACE=LIST  what an interface carries today (\"untagged,1-100\");\n"
+         "                            the view adds what it lacks and what nobody needs\n"
+         "  --configured-vlans-file FILE  lines \"IFACE LIST\", as many as wanted\n"
          "  --interfaces LIST         comma-separated interface names (default: those the\n"
          "                            hosts' neighbour data names)\n"
          "Output:\n"
@@ -156,6 +159,10 @@ ParsedOptions parseOptions(int argc, const char* const* argv) {
     } else if (arg == "--interfaces" || arg == "--interface") {
       if (takeValue())
         for (const std::string& n : splitList(value)) o.interfaces.push_back(n);
+    } else if (arg == "--configured-vlans") {
+      if (takeValue()) r.error = addConfiguredVlans(value, o.configuredVlans);
+    } else if (arg == "--configured-vlans-file") {
+      if (takeValue()) r.error = readConfiguredVlans(value, o.configuredVlans);
     } else if (double* target = numberOption(o, arg)) {
       if (takeValue() && !seconds(value, target)) r.error = "option " + arg + " wants a number, not '" + value + "'";
     } else if (arg == "--once") {

@@ -4,6 +4,8 @@
 #include <string>
 #include <vector>
 
+#include "agent/ConfiguredVlans.h"
+
 namespace HarbecAgent {
 
 struct Options {
@@ -11,6 +13,7 @@ struct Options {
   std::string vsmUrl, vsmUser, vsmPasswordFile;
   std::string bridgeMac;
   std::vector<std::string> interfaces;
+  ConfiguredVlans configuredVlans;  // what interfaces carry today, to compare with what they must
   bool once = false;
   bool json = false;
   bool demo = false;

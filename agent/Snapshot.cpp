@@ -131,7 +131,7 @@ void sortByName(std::vector<T>& v) {
 Snapshot takeSnapshot(const VI& vi, const VS* vs) {
   Snapshot s;
   for (auto i = vi.intfToEsxMapIteratorConst(); i; ++i)
-    s.interfaces.push_back({i.key().str(), i.value()->hostRef().str(), i.value()->vmnicKey().str()});
+    s.interfaces.push_back({i.key().str(), i.value()->hostRef().str(), i.value()->vmnicKey().str(), false, ""});
   std::sort(s.interfaces.begin(), s.interfaces.end(),
             [](const InterfaceInfo& a, const InterfaceInfo& b) { return a.name < b.name; });
 

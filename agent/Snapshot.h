@@ -55,9 +55,12 @@ struct VmInfo {
   std::vector<VnicInfo> nics;
 };
 
-// A switch interface and the host NIC found behind it, if any.
+// A switch interface and the host NIC found behind it, if any; what it is
+// configured to carry where the operator told it.
 struct InterfaceInfo {
   std::string name, hostRef, vmnic;
+  bool configured = false;
+  std::string configuredVlans;
 };
 
 struct SegmentInfo {

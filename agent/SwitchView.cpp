@@ -11,7 +11,7 @@ SwitchView switchView(const Snapshot& s) {
   SwitchView view;
   std::set<std::string> reached;
   for (const InterfaceInfo& intf : s.interfaces) {
-    InterfaceView iv{&intf, s.host(intf.hostRef), nullptr, {}, {}};
+    InterfaceView iv{&intf, s.host(intf.hostRef), nullptr, {}, {}, 0, {}, {}, {}};
     if (iv.host) {
       view.interfacesOf[iv.host->ref].push_back(intf.name);
       iv.pnic = iv.host->pnic(intf.vmnic);
@@ -29,6 +29,12 @@ SwitchView switchView(const Snapshot& s) {
         }
         if (attached) view.interfacesOf[vm.ref].push_back(intf.name);
       }
+    }
+    if (intf.configured) {
+      iv.configured.add(intf.configuredVlans);
+      if (intf.configuredVlans.empty()) iv.configured = VlanSet();
+      iv.missing = iv.vlans.minus(iv.configured);
+      iv.unneeded = iv.configured.minus(iv.vlans);
     }
     view.interfaces.push_back(std::move(iv));
   }
@@ -86,6 +92,8 @@ std::string vlanColumn(const VnicInfo& n) {
          std::to_string(n.pvlanSecondary);
 }
 
+std::string orNone(const VlanSet& s) { return s.empty() ? "none" : s.text(); }
+
 std::string carriedText(const InterfaceView& iv) {
   std::string out = iv.vlans.empty() ? "none" : iv.vlans.text();
   if (iv.unknownVlanNics) out += " and the unknown VLANs of " + std::to_string(iv.unknownVlanNics) + " NIC(s)";
@@ -124,7 +132,11 @@ void interfaceText(const InterfaceView& iv, const Snapshot& s, std::string& out)
                       orDash(a.nic->portGroup), vlanColumn(*a.nic)});
     out += table(rows, "  ");
   }
-  out += "  VLANs to carry: " + carriedText(iv) + "\n\n";
+  out += "  VLANs to carry: " + carriedText(iv) + "\n";
+  if (iv.intf->configured)
+    out += "  Configured: " + orNone(iv.configured) + "; missing: " + orNone(iv.missing) +
+           "; needed by none: " + orNone(iv.unneeded) + "\n";
+  out += "\n";
 }
 
 }  // namespace
@@ -226,7 +238,12 @@ std::string renderJson(const Snapshot& s, bool indent) {
       vlansJson(w, *a.nic);
       w.endObject();
     }
-    w.endArray().value("vlans", iv.vlans.text()).value("unknownVlanNics", iv.unknownVlanNics).endObject();
+    w.endArray().value("vlans", iv.vlans.text()).value("unknownVlanNics", iv.unknownVlanNics);
+    if (iv.intf->configured) {
+      w.value("configuredVlans", iv.configured.text()).value("missingVlans", iv.missing.text());
+      w.value("unneededVlans", iv.unneeded.text());
+    }
+    w.endObject();
   }
   w.endArray();
 

@@ -25,6 +25,10 @@ struct InterfaceView {
   std::vector<AttachedVm> vms;
   VlanSet vlans;
   unsigned unknownVlanNics = 0;  // attached NICs whose VLANs are not known
+  // Where the interface's configuration is known: what it carries, what of
+  // `vlans` it lacks (machines behind it cannot reach their network), and
+  // what it carries that nobody behind it needs.
+  VlanSet configured, missing, unneeded;
 };
 
 // Pointers into the Snapshot it was made from.

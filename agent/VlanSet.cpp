@@ -29,7 +29,10 @@ void VlanSet::add(const std::string& text) {
     if (end == std::string::npos) end = text.size();
     size_t dash = text.find('-', from);
     long first, last;
-    if (dash != std::string::npos && dash < end) {
+    if (text.compare(from, end - from, "untagged") == 0) {
+      untagged_ = true;
+      first = last = -1;
+    } else if (dash != std::string::npos && dash < end) {
       first = number(text, from, dash);
       last = number(text, dash + 1, end);
     } else {

@@ -9,7 +9,8 @@ namespace HarbecAgent {
 
 class VlanSet {
  public:
-  // Adds what a port group's VLAN text names; ids outside 1..4094 and
+  // Adds what a port group's VLAN text names, or a text of this class's
+  // own ("untagged" stands for untagged traffic); ids outside 1..4094 and
   // malformed pieces are ignored.
   void add(const std::string& text);
   void add(const VlanSet& other);
@@ -23,6 +24,13 @@ class VlanSet {
   std::string text() const;
 
   bool operator==(const VlanSet& o) const { return untagged_ == o.untagged_ && ids_ == o.ids_; }
+  // What this set holds and `other` does not.
+  VlanSet minus(const VlanSet& other) const {
+    VlanSet out;
+    out.ids_ = ids_ & ~other.ids_;
+    out.untagged_ = untagged_ && !other.untagged_;
+    return out;
+  }
 
  private:
   std::bitset<4095> ids_;

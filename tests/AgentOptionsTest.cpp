@@ -39,6 +39,22 @@ TEST(AgentOptions, FullCommandLine) {
   EXPECT_EQ(vcenterSdkUrl("https://vc:8443/sdk"), "https://vc:8443/sdk");
 }
 
+// What interfaces carry today: on the command line, and from a file whose
+// lines may be blank or comments; a later word for an interface wins.
+TEST(AgentOptions, ConfiguredVlans) {
+  const std::string path = testing::TempDir() + "configured-vlans";
+  std::ofstream(path) << "# leaf1\nEthernet2 untagged,100-110  # the web rack\n\nEthernet3=\nEthernet1 7\n";
+  ParsedOptions p = parse({"--configured-vlans", "Ethernet1=200,300", "--configured-vlans-file", path.c_str(),
+                           "--configured-vlans=Ethernet4=1-4094"});
+  ASSERT_EQ(p.error, "");
+  EXPECT_EQ(p.options.configuredVlans, (ConfiguredVlans{{"Ethernet1", "7"}, {"Ethernet2", "untagged,100-110"},
+                                                        {"Ethernet3", ""}, {"Ethernet4", "1-4094"}}));
+  std::ofstream(path) << "Ethernet1 7\nEthernet2\n";
+  EXPECT_EQ(parse({"--configured-vlans-file", path.c_str()}).error,
+            path + ":2: wants an interface and its VLANs, not 'Ethernet2'");
+  std::remove(path.c_str());
+}
+
 TEST(AgentOptions, BadCommandLinesGetOneLineReasons) {
   const std::pair<std::vector<const char*>, std::string> cases[] = {
       {{"--vcenter", "vc", "--user", "u", "--password", "secret"},
@@ -54,6 +70,8 @@ TEST(AgentOptions, BadCommandLinesGetOneLineReasons) {
       {{"--vsm-user", "u"}, "--vsm-user and --vsm-password-file need --vsm"},
       {{"--ca-file", "/nonexistent/ca.pem"}, "cannot read CA file /nonexistent/ca.pem"},
       {{"--no-supervise=1"}, "option --no-supervise takes no value"},
+      {{"--configured-vlans", "Ethernet1"}, "option --configured-vlans wants IFACE=LIST, not 'Ethernet1'"},
+      {{"--configured-vlans-file", "/nonexistent/vlans"}, "cannot read configured VLANs file /nonexistent/vlans"},
   };
   for (const auto& [args, error] : cases) EXPECT_EQ(parse(args).error, error);
 }

@@ -189,7 +189,8 @@ TEST(AgentProgram, VariedInventoryShownTrue) {
     vc.call("POST", "/ports", "{\"dvs\":\"dvs-9\",\"key\":\"" + cards[i].key + "\"," + portStates[i].first + "}");
 
   Outcome r = runAgent("--vcenter " + vc.url + " --user " + kUser +
-                           " --password-file - --bridge-mac 00:1c:73:aa:bb:cc --once --json --quiet",
+                           " --password-file - --bridge-mac 00:1c:73:aa:bb:cc --configured-vlans Ethernet1=100,4000"
+                           " --once --json --quiet",
                        std::string(kPassword) + "\n");
   ASSERT_EQ(r.status, 0) << r.err;
   const nlohmann::json view = nlohmann::json::parse(r.out);
@@ -227,6 +228,14 @@ TEST(AgentProgram, VariedInventoryShownTrue) {
     if (i["vlans"] == "") have = HarbecAgent::VlanSet();
     EXPECT_EQ(have.text(), want.text());
     EXPECT_EQ(i["unknownVlanNics"], 0);
+    if (i["name"] == "Ethernet1") {
+      HarbecAgent::VlanSet configured;
+      configured.add("100,4000");
+      EXPECT_EQ(i["missingVlans"], want.minus(configured).text());
+      EXPECT_EQ(i["unneededVlans"], configured.minus(want).text());
+    } else {
+      EXPECT_FALSE(i.contains("configuredVlans"));
+    }
   }
   EXPECT_GT(pvlans, 0u);
 

@@ -128,6 +128,13 @@ TEST(AgentView, VlanSetsReadPortGroupTextsAndPrintRanges) {
   t.add("7");
   t.add(s);
   EXPECT_TRUE(t.contains(7) && t.contains(4094) && !t.contains(3));
+  VlanSet u;
+  u.add(s.text());
+  EXPECT_EQ(u, s) << "its own text reads back";
+  VlanSet few;
+  few.add("1-2,7,untagged");
+  EXPECT_EQ(t.minus(few).text(), "100-101,200-210,4090-4094");
+  EXPECT_EQ(few.minus(t).text(), "");
 }
 
 TEST(AgentView, InterfacesCarryTheMachinesOfTheirUplinksSwitch) {
@@ -166,6 +173,28 @@ TEST(AgentView, InterfacesCarryTheMachinesOfTheirUplinksSwitch) {
 // card on an opaque network has VLANs nobody knows, and says so; the link
 // is the port's own unless it is blocked, and a policy of false blocks
 // nothing.
+// Where the operator told what an interface carries today: what it lacks
+// and what nobody behind it needs; an empty list carries nothing.
+TEST(AgentView, ConfiguredVlansAgainstTheNeededOnes) {
+  Trees trees;
+  Snapshot s = trees.snapshot();
+  s.interfaces[0].configured = s.interfaces[1].configured = true;
+  s.interfaces[0].configuredVlans = "untagged,100,300";
+  s.interfaces[1].configuredVlans = "";
+  SwitchView view = switchView(s);
+  EXPECT_EQ(view.interfaces[0].missing.text(), "200-210");
+  EXPECT_EQ(view.interfaces[0].unneeded.text(), "untagged,300");
+  EXPECT_EQ(view.interfaces[1].missing.text(), "untagged");
+  std::string text = renderText(s);
+  EXPECT_NE(text.find("  Configured: untagged,100,300; missing: 200-210; needed by none: untagged,300\n"),
+            std::string::npos) << text;
+  EXPECT_NE(text.find("  Configured: none; missing: untagged; needed by none: none\n"), std::string::npos) << text;
+  std::string json = renderJson(s, false);
+  EXPECT_NE(json.find("\"configuredVlans\":\"untagged,100,300\",\"missingVlans\":\"200-210\",\"unneededVlans\":\"untagged,300\""),
+            std::string::npos) << json;
+  EXPECT_EQ(json.find("configuredVlans", json.find("Ethernet9")), std::string::npos) << "only where told";
+}
+
 TEST(AgentView, RatesPvlansUnknownNetworksAndBlockedPorts) {
   const std::vector<std::pair<unsigned, std::string>> rates = {
       {0, ""}, {100, "100M"}, {1000, "1G"}, {1250, "1.25G"}, {2500, "2.5G"}, {25000, "25G"}, {400000, "400G"}};
