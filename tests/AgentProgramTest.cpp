@@ -133,6 +133,8 @@ TEST(AgentProgram, OnceJsonHoldsTheSimulatorsInventoryAndTheManagersSegments) {
   vc.call("POST", "/hints",
           "{\"host\":\"" + cabled + "\",\"device\":\"vmnic1\",\"cdp\":{\"devId\":\"00:1c:73:aa:bb:cc\","
           "\"portId\":\"Ethernet7\"}}");
+  // A fault is told with its type and message.
+  vc.spoil("FetchDVPorts", "fault", R"("faultString":"busy","faultType":"InvalidState")");
 
   Outcome r = runAgent("--vcenter " + vc.url + " --user " + kUser + " --password-file - --vsm " + vsm.url +
                            " --vsm-user admin --vsm-password-file - --bridge-mac 00:1c:73:aa:bb:cc --once --json",
@@ -152,6 +154,10 @@ TEST(AgentProgram, OnceJsonHoldsTheSimulatorsInventoryAndTheManagersSegments) {
   EXPECT_EQ(r.out.substr(vmsOfEthernet7, nonEmpty.size()), nonEmpty) << "with machines behind it";
   EXPECT_EQ(peer::values(r.out, "id"), (std::vector<std::string>{"virtualwire-1", "virtualwire-2"}));
   EXPECT_EQ(vsm.uris().at(0), "/api/2.0/global/heartbeat");
+  EXPECT_NE(r.err.find("HARBEC_RPC_FAULT: The RPC FetchDVPorts failed. (FetchDVPorts: SOAP fault InvalidState: busy)"),
+            std::string::npos) << r.err;
+  EXPECT_NE(r.err.find(" port counters are not available from this vCenter (FetchDVPorts: SOAP fault InvalidState: busy)"),
+            std::string::npos) << r.err;
 }
 
 // The simulator's varied inventory, every host's uplinks cabled to this
@@ -245,6 +251,7 @@ TEST(AgentProgram, VariedInventoryShownTrue) {
   for (size_t i = 0; i < 3; ++i) EXPECT_EQ(linkOfPort[cards[i].key], portStates[i].second) << cards[i].key;
   for (const std::string& dvs : peer::values(vc.call("GET", "/calls?method=FetchDVPorts"), "value"))
     EXPECT_EQ(dvs, "dvs-9") << "the counters' road names the switch";
+
 }
 
 TEST(AgentProgram, DemoShowsWhatStandsBehindTheSwitch) {
