@@ -43,6 +43,8 @@ inline void nicFacts(Lines& out, const std::string& kind, const std::string& id,
   out.push_back(cat(kind, " ", id, " switchId ", v->switchId()));
   out.push_back(cat(kind, " ", id, " portKey ", v->portKey()));
   out.push_back(cat(kind, " ", id, " portGroup ", v->portGroup()));
+  if (v->opaqueNetworkId().length())
+    out.push_back(cat(kind, " ", id, " opaqueNetwork ", v->opaqueNetworkType(), " ", v->opaqueNetworkId()));
 }
 
 // The tree in the terms of the simulator's facts; the caller holds the lock.

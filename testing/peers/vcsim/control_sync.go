@@ -508,6 +508,11 @@ func vmFacts(add func(string, ...interface{}), vm *simulator.VirtualMachine, hos
 			add("vnic %s switchId ", cid)
 			add("vnic %s portKey ", cid)
 			add("vnic %s portGroup %s", cid, b.DeviceName)
+		case *types.VirtualEthernetCardOpaqueNetworkBackingInfo:
+			add("vnic %s switchId ", cid)
+			add("vnic %s portKey ", cid)
+			add("vnic %s portGroup ", cid)
+			add("vnic %s opaqueNetwork %s %s", cid, b.OpaqueNetworkType, b.OpaqueNetworkId)
 		default:
 			add("vnic %s switchId ", cid)
 			add("vnic %s portKey ", cid)
@@ -516,9 +521,6 @@ func vmFacts(add func(string, ...interface{}), vm *simulator.VirtualMachine, hos
 	}
 }
 
-// dvVlanText is a distributed port group's VLAN as the client shows it:
-// "access N", "trunk a-b,c-d" (VLAN 0 read as 1, ranges beyond 4094
-// left out), or "none" (untagged, and PVLAN, which it does not map).
 // hostVlanPolicy is the kind of a standard port group's VLAN id.
 func hostVlanPolicy(id int32) string {
 	switch {
@@ -545,6 +547,9 @@ func dvVlanPolicy(spec types.BaseVmwareDistributedVirtualSwitchVlanSpec) string 
 	return "other"
 }
 
+// dvVlanText is a distributed port group's VLAN as the client shows it:
+// "access N", "trunk a-b,c-d" (VLAN 0 read as 1, ranges beyond 4094
+// left out), or "none" (untagged, and PVLAN, which it does not map).
 func dvVlanText(spec types.BaseVmwareDistributedVirtualSwitchVlanSpec) string {
 	switch v := spec.(type) {
 	case *types.VmwareDistributedVirtualSwitchVlanIdSpec:

@@ -26,9 +26,9 @@ type portState struct {
 	LinkUp        *bool // nil: up while the machine is powered on, and for uplinks
 	Mtu           *int32
 	Stats         types.DistributedVirtualSwitchPortStatistics
-	Blocked       *types.BoolPolicy // nil: the setting has no blocked policy
-	OmitState     bool              // reply without state
-	OmitConnectee bool              // reply without connectee
+	Blocked       *types.BoolPolicy  // nil: the setting has no blocked policy
+	OmitState     bool               // reply without state
+	OmitConnectee bool               // reply without connectee
 	Connectee     *ConnecteeOverride // nil: the connectee the inventory gives
 	Changed       time.Time
 }
@@ -206,7 +206,8 @@ func switchPorts(dvs *simulator.DistributedVirtualSwitch) (string, []dvPort) {
 // wirePort makes the vim25 record of a port.
 func (s *Simulator) wirePort(uuid string, p dvPort) types.DistributedVirtualPort {
 	st := s.ports.get(uuid, p.Key)
-	inheritBlocked := s.options.get().InheritedBlocked
+	// With -variety every port's policies are filled in, as vCenter does.
+	inheritBlocked := s.options.get().InheritedBlocked || s.cfg.Variety
 	setting := &types.VMwareDVSPortSetting{}
 	blocked := false
 	switch {

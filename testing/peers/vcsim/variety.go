@@ -63,7 +63,7 @@ func addHostVariety(host *simulator.HostSystem, n int) {
 	simulator.Map.WithLock(host, func() {
 		net := host.Config.Network
 		// 1 Gb/s, and rates that vCenter reports but older clients lack.
-		speed := []int32{1000, 2500, 25000}[n%3]
+		speed := []int32{1000, 2500, 25000, 100000}[n%4]
 		net.Pnic = append(net.Pnic,
 			types.PhysicalNic{Key: "key-vim.host.PhysicalNic-" + storageDevice, Device: storageDevice, Pci: "0000:1b:00.0",
 				Driver: "ixgben", LinkSpeed: &types.PhysicalNicLinkInfo{SpeedMb: speed, Duplex: false},
@@ -104,15 +104,31 @@ func addHostVariety(host *simulator.HostSystem, n int) {
 }
 
 // cardFor makes the network card of a machine's n-th place on its host:
-// E1000, VMXNET 3 and E1000e in turn.
+// E1000, VMXNET 3, E1000e, SR-IOV and VMXNET 3 with PVRDMA in turn.
 func cardFor(n int, template types.VirtualE1000) types.BaseVirtualDevice {
-	switch n % 3 {
+	card := template.VirtualEthernetCard
+	vmxnet3 := types.VirtualVmxnet3{VirtualVmxnet: types.VirtualVmxnet{VirtualEthernetCard: card}}
+	switch n % 5 {
 	case 1:
-		return &types.VirtualVmxnet3{VirtualVmxnet: types.VirtualVmxnet{VirtualEthernetCard: template.VirtualEthernetCard}}
+		return &vmxnet3
 	case 2:
-		return &types.VirtualE1000e{VirtualEthernetCard: template.VirtualEthernetCard}
+		return &types.VirtualE1000e{VirtualEthernetCard: card}
+	case 3:
+		return &types.VirtualSriovEthernetCard{VirtualEthernetCard: card}
+	case 4:
+		return &types.VirtualVmxnet3Vrdma{VirtualVmxnet3: vmxnet3}
 	}
 	return &template
+}
+
+// addOpaqueCard gives a machine a second card, on an NSX opaque network.
+func addOpaqueCard(vm *simulator.VirtualMachine, networkId string) {
+	card := &types.VirtualVmxnet3{VirtualVmxnet: types.VirtualVmxnet{VirtualEthernetCard: types.VirtualEthernetCard{
+		VirtualDevice: types.VirtualDevice{Key: 4100, DeviceInfo: &types.Description{Label: "Network adapter NSX"},
+			Backing: &types.VirtualEthernetCardOpaqueNetworkBackingInfo{OpaqueNetworkId: networkId, OpaqueNetworkType: "nsx.LogicalSwitch"}},
+		AddressType: string(types.VirtualEthernetCardMacTypeAssigned), MacAddress: "00:50:56:be:00:01"}}}
+	simulator.Map.WithLock(vm, func() { vm.Config.Hardware.Device = append(vm.Config.Hardware.Device, card) })
+	simulator.Map.Update(vm, []types.PropertyChange{{Name: "config.hardware", Val: vm.Config.Hardware}})
 }
 
 // setFtRole makes a machine the primary or the secondary of a
@@ -171,8 +187,12 @@ func (s *Simulator) addNestedHost(ctx context.Context, dc *simulator.Datacenter,
 	}
 	for i := 0; i < vms; i++ {
 		name := fmt.Sprintf("%s_%s_VM%d", dcName, nestedHost, i)
-		if _, err := s.createVMIn(ctx, name, hostRef, network, true, web.Reference(), i); err != nil {
+		ref, err := s.createVMIn(ctx, name, hostRef, network, true, web.Reference(), i)
+		if err != nil {
 			return err
+		}
+		if i == 0 {
+			addOpaqueCard(simulator.Map.Get(ref).(*simulator.VirtualMachine), "ls-"+dcName)
 		}
 	}
 	return nil
