@@ -3,7 +3,7 @@
 // the failure policy on a live session, with faults injected by the
 // simulator and process exits shown by death tests; user events; and, with
 // hand-built state, the rows of the failure table that no server produces,
-// the status bookkeeping and the host ids.
+// and the status bookkeeping.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <semaphore.h>
@@ -232,22 +232,6 @@ TEST(SoapStatusUpdates, AnswerToAnotherMessageIsAnAssertion) {
   updateSoapStatus(status, soapMsgLogin, soapResultFailed);
   EXPECT_EQ(status->lastFailedMsgSentTime(), status->lastMsgSentTime());
   EXPECT_GE(status->lastResponseTime(), status->lastMsgSentTime());
-}
-
-TEST(HostIds, LowestFreeFirstAndA4096AtExhaustion) {
-  freeAllHostIds();
-  for (unsigned id = 1; id < 4096; ++id) ASSERT_EQ(getHostId(), id);
-  freeHostId(2);
-  freeHostId(2);
-  EXPECT_EQ(getHostId(), 2u);
-  EXPECT_EQ(getHostId(), 4096u);
-  EXPECT_EQ(getHostId(), 4096u);
-  freeHostId(4096);  // stays inside the table
-  freeHostId(4095);
-  EXPECT_EQ(getHostId(), 4095u);
-  freeAllHostIds();
-  EXPECT_EQ(getHostId(), 1u);
-  freeAllHostIds();
 }
 
 }  // namespace

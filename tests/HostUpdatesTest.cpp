@@ -42,31 +42,17 @@ class HostUpdates : public ::testing::Test {
     net->pnic.push_back(soap_new_req_ns2__PhysicalNic(soap, device, pci, "00:50:56:00:00:01"));
     if (speedMb >= 0) net->pnic.back()->linkSpeed = soap_new_req_ns2__PhysicalNicLinkInfo(soap, speedMb, duplex);
   }
-  void vswitch(const std::string& key, ns2__HostVirtualSwitchBridge* bridge, int* mtu) {
-    net->vswitch.push_back(soap_new_req_ns2__HostVirtualSwitch(soap, "vSwitch", key));
-    net->vswitch.back()->mtu = mtu;
-    net->vswitch.back()->spec = soap_new_ns2__HostVirtualSwitchSpec(soap);
-    net->vswitch.back()->spec->bridge = bridge;
-  }
-  ns2__HostVirtualSwitchBridge* bond(std::vector<std::string> devices) {
-    auto* b = soap_new_ns2__HostVirtualSwitchBondBridge(soap);
-    b->nicDevice = devices;
-    return b;
-  }
-  // A proxy switch with a pnic backing of one NIC, or with a backing of the base class.
+  // A proxy switch whose pnic backing maps one NIC to uplink port 16.
   void proxy(const std::string& uuid, const char* device, std::vector<std::pair<std::string, std::string>> uplinks) {
     auto* p = soap_new_ns2__HostProxySwitch(soap);
     p->dvsUuid = uuid;
     p->dvsName = "DSwitch";
     p->mtu = num(9000);
     p->spec = soap_new_ns2__HostProxySwitchSpec(soap);
-    p->spec->backing = soap_new_ns2__DistributedVirtualSwitchHostMemberBacking(soap);
-    if (device) {
-      auto* backing = soap_new_ns2__DistributedVirtualSwitchHostMemberPnicBacking(soap);
-      backing->pnicSpec.push_back(soap_new_req_ns2__DistributedVirtualSwitchHostMemberPnicSpec(soap, device));
-      backing->pnicSpec.back()->uplinkPortKey = str("16");
-      p->spec->backing = backing;
-    }
+    auto* backing = soap_new_ns2__DistributedVirtualSwitchHostMemberPnicBacking(soap);
+    backing->pnicSpec.push_back(soap_new_req_ns2__DistributedVirtualSwitchHostMemberPnicSpec(soap, device));
+    backing->pnicSpec.back()->uplinkPortKey = str("16");
+    p->spec->backing = backing;
     for (auto& [key, value] : uplinks) p->uplinkPort.push_back(soap_new_req_ns2__KeyValue(soap, key, value));
     net->proxySwitch.push_back(p);
   }
@@ -111,28 +97,6 @@ TEST_F(HostUpdates, SpeedOnlyOnTheRowsAndDuplex) {
     EXPECT_EQ(p->duplex(), speeds[i].first < 0 ? 0u : i % 2 ? 2u : 1u) << speeds[i].first;
     EXPECT_EQ(p->linkSpeedMb(), speeds[i].first < 0 ? 0u : unsigned(speeds[i].first)) << speeds[i].first;
   }
-}
-
-TEST_F(HostUpdates, ProxySwitchBeforeBondBridgeBeforeNone) {
-  proxy("dvs-uuid", "vmnic0", {{"16", "uplink1"}, {"17", "uplink2"}, {"16", "uplink3"}});
-  proxy("other-uuid", nullptr, {});
-  vswitch("key-vSwitch0", bond({"vmnic0", "vmnic1"}), num(1500));
-  vswitch("key-vSwitch1", soap_new_ns2__HostVirtualSwitchSimpleBridge(soap), num(1400));
-  for (const char* d : {"vmnic0", "vmnic1"}) pnic(d);
-  apply(ns2__ObjectUpdateKind__enter, "host-1", {network()});
-  EsxHost::Ptr host = vi->esxHost("host-1");
-  EXPECT_EQ(mapping(host->pnic("vmnic0")), "dvs-uuid|DSwitch|16|uplink3|9000|vmnic0");
-  EXPECT_EQ(mapping(host->pnic("vmnic1")), "key-vSwitch0host-1||||1500|vmnic1");
-  EXPECT_EQ(host->vswitch("key-vSwitch0host-1"), "vSwitch");
-
-  // Moved to a standard switch without an MTU: the MTU stays. On no switch:
-  // MTU 0, and the device name as it was. Switch entries are never removed.
-  vswitch("key-vSwitch2", bond({"vmnic0"}), nullptr);
-  for (const char* d : {"vmnic0", "vmnic1"}) pnic(d);
-  apply(ns2__ObjectUpdateKind__modify, "host-1", {network()});
-  EXPECT_EQ(mapping(host->pnic("vmnic0")), "key-vSwitch2host-1||||9000|vmnic0");
-  EXPECT_EQ(mapping(host->pnic("vmnic1")), "||||0|vmnic1");
-  EXPECT_EQ(host->vswitchs(), 3u);
 }
 
 // What the schema lets vCenter leave out, where the handlers would have

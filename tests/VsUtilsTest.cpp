@@ -54,24 +54,6 @@ TEST(VsUtils, CommonElementsAreReadFromDirectChildrenOnly) {
   EXPECT_EQ(name + displayName + description + std::to_string(revision), "0");
 }
 
-TEST(VsUtils, NumbersAndAddressesOfRanges) {
-  auto rev = [](const char* text) {
-    return unmarshalVniRange(parse((std::string("<r><revision>") + text + "</revision></r>").c_str()))->revision();
-  };
-  EXPECT_EQ(rev("abc"), 0u);
-  EXPECT_EQ(rev(""), 0u);
-  EXPECT_EQ(rev(" 42"), 42u);
-  EXPECT_EQ(rev("-1"), 0xffffffffu);
-  EXPECT_EQ(rev("4294967297"), 1u);
-  EXPECT_EQ(rev("99999999999999999999"), static_cast<U32>(LONG_MAX));
-  VniRange::Ptr v = unmarshalVniRange(parse("<r><begin>5000</begin><end>5999x</end></r>"));
-  EXPECT_EQ(v->begin(), 5000u);
-  EXPECT_EQ(v->end(), 5999u);
-  MulticastAddrRange::Ptr m = unmarshalMulticastAddrRange(parse("<r><end>239.0.255.255</end><begin>239.0.0.0</begin></r>"));
-  EXPECT_EQ(m->begin().stringValue(), "239.0.0.0");
-  EXPECT_EQ(m->end().stringValue(), "239.0.255.255");
-}
-
 TEST(MemoryBuffer, ExitsWithStatusOneWhenItCannotGrow) {
   EXPECT_EXIT(
       {

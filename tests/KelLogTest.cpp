@@ -1,18 +1,13 @@
-// Developer traces and operator log messages: when a trace is taken and
-// where it goes, how a log handle's text is built and where it ends up.
+// Operator log messages: how a log handle's text is built, and its rate
+// limit.
 #include <gtest/gtest.h>
 
-#include <sstream>
 #include <string>
 #include <vector>
 
 #include "Kel/Log.h"
-#include "messaging/HarbecTrace.h"
 
 namespace {
-
-using testing::internal::CaptureStderr;
-using testing::internal::GetCapturedStderr;
 
 struct Line {
   std::string id, text;
@@ -55,24 +50,6 @@ TEST_F(LogTest, RateLimitCountsPerDistinctText) {
   EXPECT_EQ(lines[0].text, "Port p1: 0");
   EXPECT_EQ(lines[1].text, "Port p1: 1");
   EXPECT_EQ(lines[2].text, "Port p2: x");
-}
-
-TEST_F(LogTest, SinkMayLogItselfAndStderrIsTheDefault) {
-  Kel::logSinkIs([this](const Kel::LogHandle& h, const Kel::String8& text) {
-    lines.push_back({h.id().str(), text.str()});
-    if (&h == &moved) Kel::log(lost);
-  });
-  Kel::log(moved, "a", "b", "c");
-  ASSERT_EQ(lines.size(), 2u);
-  EXPECT_EQ(lines[1].id, "TEST_LOST");
-
-  Kel::logSinkIs(Kel::LogSink());
-  CaptureStderr();
-  Kel::log(moved, "vm-9", "h1", "h2");
-  std::string err = GetCapturedStderr();
-  EXPECT_NE(err.find("TEST_VM_MOVED"), std::string::npos) << err;
-  EXPECT_NE(err.find("VM vm-9 moved from h1 to h2."), std::string::npos) << err;
-  EXPECT_EQ(lines.size(), 2u);
 }
 
 }  // namespace
