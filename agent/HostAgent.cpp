@@ -18,6 +18,8 @@
 #include "agent/Failure.h"
 #include "agent/PortCounters.h"
 #include "agent/Relays.h"
+#include "agent/ServiceManager.h"
+#include "agent/Supervisor.h"
 #include "agent/SwitchView.h"
 #include "session/HarbecSm.h"
 #include "vshield/VmwareVsSm.h"
@@ -79,6 +81,8 @@ struct VcSession {
 struct HostAgent::Impl {
   Settings settings;
   const Options& o;
+  Board* board = nullptr;
+  double startedAt = now();
   std::ostream& out;
   std::ostream& err;
   std::mutex errMutex;
@@ -159,6 +163,14 @@ struct HostAgent::Impl {
   Snapshot snapshot();
   std::string vshieldState();
   void print(const Snapshot& s);
+  void publish(const Snapshot& s, const std::vector<std::string>& changes);
+  void observeExchanges();
+  void count(const std::string& family, const std::string& labels = "", double delta = 1) {
+    if (board) board->add({family, labels}, delta);
+  }
+  void gauge(const std::string& family, const std::string& labels, double value) {
+    if (board) board->set({family, labels}, value);
+  }
   int live(std::string loop);
 };
 
@@ -212,6 +224,7 @@ void HostAgent::Impl::start() {
 bool HostAgent::Impl::connect(VcSession& s, std::string* error) {
   double deadline = o.retryFor > 0 ? now() + o.retryFor : INFINITY;
   for (unsigned attempt = 1;; ++attempt) {
+    count("harbec_connect_attempts_total");
     std::string name = post(s, connectRequestFactory(fresh("connect")));
     if (!served.wait(name, kRequestTimeout)) {
       *error = "vCenter at " + o.vcenterUrl + " did not answer the login";
@@ -407,6 +420,7 @@ std::string HostAgent::Impl::vshieldState() {
 }
 
 void HostAgent::Impl::print(const Snapshot& s) {
+  publish(s, {});
   if (o.json) {
     out << renderJson(s, o.once) << (o.once ? "" : "\n") << std::flush;
     return;
@@ -447,14 +461,52 @@ int HostAgent::Impl::live(std::string loop) {
     }
     vsmRound();
     Snapshot s = snapshot();
+    std::vector<std::string> changes;
+    if (board || !o.json) changes = describeChanges(last, s);
     if (o.json) {
       std::string a = renderJson(last, false), b = renderJson(s, false);
       if (a != b) out << b << "\n" << std::flush;
     } else {
-      for (const std::string& line : describeChanges(last, s)) out << clock() << " " << line << "\n" << std::flush;
+      for (const std::string& line : changes) out << clock() << " " << line << "\n" << std::flush;
     }
+    publish(s, changes);
+    watchdogPing();
     last = std::move(s);
   }
+}
+
+// What the HTTP interface shows: the view, its changes, and the figures
+// that come with each look at the trees.
+void HostAgent::Impl::publish(const Snapshot& s, const std::vector<std::string>& changes) {
+  if (!board) return;
+  board->viewIs(renderJson(s, false));
+  board->changed(changes);
+  count("harbec_view_changes_total", "", static_cast<double>(changes.size()));
+  size_t pnics = 0, vnics = 0;
+  for (const HostInfo& h : s.hosts) pnics += h.pnics.size();
+  for (const VmInfo& vm : s.vms) vnics += vm.nics.size();
+  const std::pair<const char*, size_t> kinds[] = {{"interface", s.interfaces.size()}, {"host", s.hosts.size()},
+                                                  {"pnic", pnics}, {"vm", s.vms.size()}, {"vnic", vnics},
+                                                  {"segment", s.segments.size()}};
+  for (const auto& [kind, n] : kinds) gauge("harbec_objects", std::string("kind=\"") + kind + "\"", double(n));
+  Kel::ActivityLockAnchor lock;
+  gauge("harbec_peer_up", "peer=\"vcenter\"", update.sessionStatus->sessionState() == sessionConnected);
+  if (vsSessionStatus)
+    gauge("harbec_peer_up", "peer=\"vshield\"", vsSessionStatus->sessionState() == sessionConnected);
+}
+
+// Every request carried out counts, by its kind: its name up to the serial.
+void HostAgent::Impl::observeExchanges() {
+  if (!board) return;
+  gauge("harbec_up", "", 1);
+  gauge("harbec_view_ready", "", 0);
+  gauge("harbec_restarts_total", "", workRestarts());
+  served.observer = [this](const char* peer, const std::string& name, bool ok) {
+    std::string kind = name.substr(0, name.rfind('-'));
+    count("harbec_exchanges_total", std::string("peer=\"") + peer + "\",kind=\"" + kind + "\",result=\"" +
+                                        (ok ? "ok" : "failed") + "\"");
+    if (ok) gauge("harbec_last_good_exchange_timestamp_seconds", std::string("peer=\"") + peer + "\"", double(std::time(nullptr)));
+  };
 }
 
 HostAgent::HostAgent(Settings settings, std::ostream& out, std::ostream& err)
@@ -466,6 +518,8 @@ HostAgent::~HostAgent() = default;
 
 int HostAgent::run() {
   Impl& a = *impl_;
+  a.board = board;
+  a.observeExchanges();
   a.start();
   if (a.o.bridgeMac.empty()) a.say("harbec-agent: without --bridge-mac no interface can be tied to a host");
   std::string error;
@@ -480,6 +534,7 @@ int HostAgent::run() {
     a.say("harbec-agent: " + error);
     return 1;
   }
+  a.gauge("harbec_first_sync_seconds", "", now() - a.startedAt);
   if (afterFirstSync) afterFirstSync(a.snapshot());
 
   a.addInterfaces();
@@ -497,6 +552,7 @@ int HostAgent::run() {
   a.awaitVsmRound(a.o.once ? 3 * (a.o.connectTimeout + a.o.vsmTimeout) : 2);
   if (beforeFirstView) beforeFirstView();
   a.print(a.snapshot());
+  a.gauge("harbec_view_ready", "", 1);
   if (afterFirstView) afterFirstView();
   if (a.o.once) return 0;
   return a.live(loop);

@@ -8,6 +8,7 @@
 #include <iosfwd>
 #include <string>
 
+#include "agent/Board.h"
 #include "agent/Options.h"
 #include "agent/Snapshot.h"
 
@@ -17,10 +18,11 @@ namespace HarbecAgent {
 // failed ones: 1, 2, 4, ... up to `cap`.
 double backoffDelay(unsigned attempt, double cap = 30);
 
-// What the agent runs with: the options, with the passwords read.
+// What the agent runs with: the options, with the secrets read.
 struct Settings {
   Options options;
   std::string vcenterPassword, vsmPassword;
+  std::string httpToken;
 };
 
 class HostAgent {
@@ -36,6 +38,9 @@ class HostAgent {
   std::function<void(const Snapshot&)> afterFirstSync;
   // Called as the first view starts to be printed, and once it has been.
   std::function<void()> beforeFirstView, afterFirstView;
+  // Where the views, their changes and the figures go for the HTTP
+  // interface; none without one. Set before run().
+  Board* board = nullptr;
 
   // Runs until done (--once) or for ever; the exit status.
   int run();

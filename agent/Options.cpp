@@ -3,6 +3,8 @@
 #include <fstream>
 #include <iostream>
 
+#include "agent/HttpService.h"
+
 namespace HarbecAgent {
 
 std::string usage(const std::string& program) {
@@ -47,6 +49,12 @@ std::string usage(const std::string& program) {
          "                            (without them, any certificate is taken)\n"
          "  --vsm-proxy direct|env|URL  proxy to vShield Manager (default direct: none,\n"
          "                            whatever http_proxy and https_proxy say)\n"
+         "HTTP interface (off by default):\n"
+         "  --listen ADDR:PORT        serve the view, its changes, metrics, health and a web\n"
+         "                            page here (e.g. 127.0.0.1:9870; port 0 takes a free one)\n"
+         "  --http-token-file FILE    bearer token that every request must carry; needed\n"
+         "                            unless ADDR is a loopback address\n"
+         "  --tls-cert FILE --tls-key FILE  serve HTTPS with this certificate and key\n"
          "  -h, --help                this text\n"
          "Without --once the view is printed, then each change as it happens, until\n"
          "interrupted.\n"
@@ -55,7 +63,8 @@ std::string usage(const std::string& program) {
          "  0    done: the view printed (--once), or stopped by a signal after it\n"
          "  1    vCenter cannot be reached or refuses the login, or the update loop\n"
          "       is lost (the supervisor restarts the work, except with --once)\n"
-         "  2    bad arguments, or a password or CA file that cannot be read\n"
+         "  2    bad arguments, a password, token or CA file that cannot be read, or\n"
+         "       an HTTP address that cannot be served\n"
          "  3    stopped by a signal before the first view\n"
          "  255  the library ended the work on a fatal failure of vCenter (restarted)\n"
          "  128+N  the work died of signal N, 134 on a broken assertion (restarted)\n"
@@ -104,6 +113,18 @@ double* numberOption(Options& o, const std::string& arg) {
 
 bool readable(const std::string& path) { return path.empty() || std::ifstream(path).good(); }
 
+std::string httpOptionsError(const Options& o) {
+  std::string host;
+  int port = 0;
+  if (o.listen.empty())
+    return o.httpTokenFile.empty() && o.tlsCert.empty() && o.tlsKey.empty() ? "" : "the HTTP options need --listen";
+  if (!splitListen(o.listen, &host, &port)) return "--listen wants ADDR:PORT, not '" + o.listen + "'";
+  if (!isLoopback(host) && o.httpTokenFile.empty())
+    return "--listen away from loopback needs --http-token-file";
+  if (o.tlsCert.empty() != o.tlsKey.empty()) return "--tls-cert and --tls-key go together";
+  return "";
+}
+
 }  // namespace
 
 ParsedOptions parseOptions(int argc, const char* const* argv) {
@@ -117,7 +138,9 @@ ParsedOptions parseOptions(int argc, const char* const* argv) {
                            {"--password-file", &o.vcenterPasswordFile}, {"--vsm", &o.vsmUrl},
                            {"--vsm-user", &o.vsmUser},           {"--vsm-password-file", &o.vsmPasswordFile},
                            {"--bridge-mac", &o.bridgeMac},       {"--ca-file", &o.caFile},
-                           {"--vsm-ca-file", &o.vsmCaFile},      {"--vsm-proxy", &o.vsmProxy}};
+                           {"--vsm-ca-file", &o.vsmCaFile},      {"--vsm-proxy", &o.vsmProxy},
+                           {"--listen", &o.listen},              {"--http-token-file", &o.httpTokenFile},
+                           {"--tls-cert", &o.tlsCert},           {"--tls-key", &o.tlsKey}};
   for (int i = 1; i < argc; ++i) {
     std::string arg = argv[i], value;
     bool hasValue = false;
@@ -197,6 +220,8 @@ ParsedOptions parseOptions(int argc, const char* const* argv) {
     r.error = "--vsm-user and --vsm-password-file need --vsm";
   } else if (!readable(o.caFile) || !readable(o.vsmCaFile)) {
     r.error = "cannot read CA file " + (readable(o.caFile) ? o.vsmCaFile : o.caFile);
+  } else {
+    r.error = httpOptionsError(o);
   }
   if (!o.demo) o.vcenterUrl = vcenterSdkUrl(o.vcenterUrl);
   while (!o.vsmUrl.empty() && o.vsmUrl.back() == '/') o.vsmUrl.pop_back();

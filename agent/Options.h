@@ -29,6 +29,9 @@ struct Options {
   double maxReplyMb = 1024, vsmMaxReplyMb = 256;
   std::string caFile, vsmCaFile;  // certificates are checked only against these
   std::string vsmProxy = "direct";  // "direct", "env" (the environment's), or a proxy URL
+
+  // The HTTP interface: off without an address.
+  std::string listen, httpTokenFile, tlsCert, tlsKey;
 };
 
 struct ParsedOptions {

@@ -4,6 +4,7 @@
 // loop has returned.
 #pragma once
 #include <condition_variable>
+#include <functional>
 #include <mutex>
 #include <set>
 #include <string>
@@ -20,6 +21,15 @@ class ServedRequests {
   // False when `seconds` pass first.
   bool wait(const std::string& name, double seconds);
 
+  // Told of every request carried out, on its session's thread: the peer
+  // ("vcenter", "vshield"), the request's name and whether it went well.
+  // Set before the sessions' threads start.
+  std::function<void(const char* peer, const std::string& name, bool ok)> observer;
+  void exchanged(const char* peer, const std::string& name, bool ok) {
+    if (observer) observer(peer, name, ok);
+    add(name);
+  }
+
  private:
   std::mutex mutex_;
   std::condition_variable changed_;
@@ -32,9 +42,11 @@ class SoapRelay : public Harbec::SoapRequestHandler {
   static Ptr create(const Harbec::HarbecSm::Ptr& sm, ServedRequests* served) {
     return Ptr::adopt(new SoapRelay(sm, served));
   }
+  // The status is written on this thread only, so it is read here unlocked.
   void processSoapRequest(const Kel::Ptr<const Harbec::SoapRequest>& request) override {
+    unsigned failures = sm_->soapStatus()->failureCount();
     sm_->processSoapRequest(request);
-    served_->add(request->name().str());
+    served_->exchanged("vcenter", request->name().str(), sm_->soapStatus()->failureCount() == failures);
   }
 
  private:
@@ -51,8 +63,9 @@ class RestRelay : public Harbec::RestRequestHandler {
     return Ptr::adopt(new RestRelay(sm, served));
   }
   void processRestRequest(const Kel::Ptr<const Harbec::RestRequest>& request) override {
+    unsigned failures = sm_->restStatus()->failureCount();
     sm_->processRestRequest(request);
-    served_->add(request->name().str());
+    served_->exchanged("vshield", request->name().str(), sm_->restStatus()->failureCount() == failures);
   }
 
  private:

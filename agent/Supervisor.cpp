@@ -12,6 +12,8 @@
 #include <ostream>
 #include <thread>
 
+#include "agent/ServiceManager.h"
+
 namespace HarbecAgent {
 
 namespace {
@@ -64,10 +66,13 @@ class Relay {
   std::string partial_, reason_;
 };
 
+unsigned startsSoFar = 0;
+
 // Starts work() in a child whose standard error goes to *errFd.
 pid_t spawn(const std::function<int()>& work, int* errFd) {
   int fds[2];
   if (pipe(fds) != 0) return -1;
+  ++startsSoFar;
   pid_t pid = fork();
   if (pid == 0) {
     close(fds[0]);
@@ -93,6 +98,7 @@ int await(pid_t pid, Relay& relay) {
   // reaped: look again soon, then less often.
   int closedLooks = 0;
   for (;;) {
+    watchdogPing();
     if (open) open = relay.pump(200);
     else std::this_thread::sleep_for(std::chrono::milliseconds(closedLooks++ < 50 ? 1 : 50));
     int status = 0;
@@ -125,6 +131,8 @@ std::string describeEnd(int status) {
     return "signal " + std::to_string(WTERMSIG(status)) + " (" + strsignal(WTERMSIG(status)) + ")";
   return "an unknown end";
 }
+
+unsigned workRestarts() { return startsSoFar > 1 ? startsSoFar - 1 : 0; }
 
 bool restartAfter(int status, bool once) {
   if (WIFSIGNALED(status)) return true;

@@ -31,6 +31,8 @@ int supervise(const std::function<int()>& work, const SupervisorOptions& options
 
 // "exit status 255", "signal 11 (Segmentation fault)".
 std::string describeEnd(int waitStatus);
+// In the work: how many times it was started again before this run.
+unsigned workRestarts();
 // Whether a child that ended so is started again.
 bool restartAfter(int waitStatus, bool once);
 

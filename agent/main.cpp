@@ -10,6 +10,8 @@
 
 #include "agent/Demo.h"
 #include "agent/HostAgent.h"
+#include "agent/HttpService.h"
+#include "agent/ServiceManager.h"
 #include "agent/Supervisor.h"
 
 namespace {
@@ -71,7 +73,22 @@ int work(Settings settings) {
     }
   }
 
+  Board board;
+  HttpService http(board);
+  if (!settings.options.listen.empty()) {
+    std::string error, served = http.start({settings.options.listen, settings.httpToken, settings.options.tlsCert,
+                                            settings.options.tlsKey},
+                                           &error);
+    if (served.empty()) {
+      std::cerr << "harbec-agent: " << error << "\n";
+      finish(exitBadArguments);
+    }
+    std::cerr << "harbec-agent: serving HTTP on " << served << "\n";
+  }
+
   HostAgent agent(settings, std::cout, std::cerr);
+  if (!settings.options.listen.empty()) agent.board = &board;
+  notifyStatus("connecting to vCenter at " + settings.options.vcenterUrl);
   if (settings.options.demo)
     agent.afterFirstSync = [&demo, &settings](const Snapshot& s) {
       demo.announce(s);
@@ -79,6 +96,7 @@ int work(Settings settings) {
     };
   agent.beforeFirstView = [] { view = printingFirstView; };
   agent.afterFirstView = [] {
+    notifyReady("serving the view");
     view = viewShown;
     if (stopAsked) finish(exitDone);
   };
@@ -104,16 +122,18 @@ int main(int argc, char** argv) {
     return exitBadArguments;
   }
 
-  Settings settings{parsed.options, "", ""};
+  Settings settings{parsed.options, "", "", ""};
   std::string error;
   if (!settings.options.demo) {
     settings.vcenterPassword = readSecret(settings.options.vcenterPasswordFile, &error);
     if (error.empty() && !settings.options.vsmUrl.empty())
       settings.vsmPassword = readSecret(settings.options.vsmPasswordFile, &error);
-    if (!error.empty()) {
-      std::cerr << "harbec-agent: " << error << "\n";
-      return exitBadArguments;
-    }
+  }
+  if (error.empty() && !settings.options.httpTokenFile.empty())
+    settings.httpToken = readSecret(settings.options.httpTokenFile, &error);
+  if (!error.empty()) {
+    std::cerr << "harbec-agent: " << error << "\n";
+    return exitBadArguments;
   }
   if (!settings.options.supervise) return work(settings);
   SupervisorOptions supervision;

@@ -72,6 +72,10 @@ TEST(AgentOptions, BadCommandLinesGetOneLineReasons) {
       {{"--no-supervise=1"}, "option --no-supervise takes no value"},
       {{"--configured-vlans", "Ethernet1"}, "option --configured-vlans wants IFACE=LIST, not 'Ethernet1'"},
       {{"--configured-vlans-file", "/nonexistent/vlans"}, "cannot read configured VLANs file /nonexistent/vlans"},
+      {{"--listen", "8080"}, "--listen wants ADDR:PORT, not '8080'"},
+      {{"--listen", "0.0.0.0:8080"}, "--listen away from loopback needs --http-token-file"},
+      {{"--listen", "[::1]:8080", "--tls-cert", "c.pem"}, "--tls-cert and --tls-key go together"},
+      {{"--http-token-file", "t"}, "the HTTP options need --listen"},
   };
   for (const auto& [args, error] : cases) EXPECT_EQ(parse(args).error, error);
 }

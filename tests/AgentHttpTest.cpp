@@ -1,0 +1,131 @@
+// The agent's HTTP interface against the vCenter simulator: the view, its
+// changes as server-sent events, metrics, health, the token, and the web
+// page in a real browser that follows a change without a reload.
+#include <gtest/gtest.h>
+#include <httplib.h>
+#include <signal.h>
+
+#include <atomic>
+#include <fstream>
+#include <thread>
+
+#include <nlohmann/json.hpp>
+
+#include "peers/VcSim.h"
+#include "support/RunningAgent.h"
+
+namespace {
+
+using agenttest::Running;
+
+const char kUser[] = "administrator@vsphere.local";
+const char kBridgeMac[] = "00:1c:73:aa:bb:cc";
+
+// A simulator whose first host's distributed uplink is cabled to this
+// switch's Ethernet7, and the first machine behind that interface.
+struct CabledSimulator {
+  vcsim::Simulator vc{kUser, "vmware"};
+  CabledSimulator() {
+    std::string host;
+    for (const std::string& ref : peer::values(vc.call("GET", "/inventory"), "ref"))
+      if (host.empty() && ref.rfind("host-", 0) == 0) host = ref;
+    vc.call("POST", "/hints", "{\"host\":\"" + host + "\",\"device\":\"vmnic1\",\"cdp\":{\"devId\":\"" + kBridgeMac +
+                                  "\",\"portId\":\"Ethernet7\"}}");
+  }
+  std::vector<std::string> agentArgs(std::vector<std::string> more) {
+    std::vector<std::string> args{"--vcenter", vc.url, "--user", kUser, "--password-file", "-", "--bridge-mac",
+                                  kBridgeMac, "--quiet", "--poll", "1", "--listen", "127.0.0.1:0"};
+    args.insert(args.end(), more.begin(), more.end());
+    return args;
+  }
+};
+
+// The address the agent says it serves ("http://127.0.0.1:PORT").
+std::string servedAt(Running& agent) {
+  std::string line = agent.errorWith("serving HTTP on ");
+  EXPECT_FALSE(line.empty());
+  return "http://" + line.substr(line.rfind(' ') + 1);
+}
+
+httplib::Client client(const std::string& at, const std::string& token = "") {
+  httplib::Client c(at);
+  c.set_connection_timeout(5);
+  c.set_read_timeout(20);
+  if (!token.empty()) c.set_bearer_token_auth(token.c_str());
+  return c;
+}
+
+// Waits for /readyz, at most 20 s.
+bool ready(httplib::Client& c) {
+  for (int i = 0; i < 200; ++i) {
+    if (auto r = c.Get("/readyz"); r && r->status == 200) return true;
+    usleep(100000);
+  }
+  return false;
+}
+
+TEST(AgentHttp, ServesTheViewItsChangesMetricsAndHealthToTokenHolders) {
+  CabledSimulator sim;
+  std::string tokenFile = testing::TempDir() + "agent-token-" + std::to_string(getpid());
+  std::ofstream(tokenFile) << "s3cret\n";
+  Running agent(sim.agentArgs({"--http-token-file", tokenFile}), "vmware\n");
+  const std::string at = servedAt(agent);
+  auto bare = client(at).Get("/healthz");
+  ASSERT_TRUE(bare);
+  EXPECT_EQ(bare->status, 401);
+  httplib::Client c = client(at, "s3cret");
+  ASSERT_TRUE(ready(c));
+  EXPECT_EQ(c.Get("/healthz")->status, 200);
+
+  auto view = nlohmann::json::parse(c.Get("/api/v1/view")->body);
+  ASSERT_EQ(view["interfaces"][0]["name"], "Ethernet7") << view.dump();
+  const nlohmann::json& vm = view["interfaces"][0]["vms"].at(0);
+  EXPECT_EQ(vm["power"], "on");
+
+  std::string metrics = c.Get("/metrics")->body;
+  for (const char* line : {"# TYPE harbec_exchanges_total counter\n", "harbec_view_ready 1\n",
+                           "harbec_exchanges_total{peer=\"vcenter\",kind=\"connect\",result=\"ok\"} 2\n",
+                           "harbec_objects{kind=\"interface\"} 1\n", "harbec_peer_up{peer=\"vcenter\"} 1\n"})
+    EXPECT_NE(metrics.find(line), std::string::npos) << line << metrics;
+
+  // A change comes as an event on a stream opened before it.
+  std::atomic<bool> open{false};
+  std::string stream;
+  std::thread reader([&] {
+    client(at, "s3cret").Get("/api/v1/events", [&](const char* data, size_t n) {
+      stream.append(data, n);
+      open = true;
+      return stream.find("\n\nevent: change") == std::string::npos;
+    });
+  });
+  for (int i = 0; i < 100 && !open; ++i) usleep(100000);
+  sim.vc.call("POST", "/vm/power", "{\"vm\":\"" + vm["ref"].get<std::string>() + "\",\"state\":\"poweredOff\"}");
+  reader.join();
+  EXPECT_NE(stream.find("event: change\ndata: VM " + vm["name"].get<std::string>() + " powered off"), std::string::npos)
+      << stream;
+  EXPECT_EQ(agent.stop(SIGTERM), "exit 0");
+  std::remove(tokenFile.c_str());
+}
+
+TEST(AgentHttp, WebPageFollowsAChangeInABrowser) {
+  if (access("/usr/bin/chromium", X_OK) != 0 || access("/usr/bin/chromedriver", X_OK) != 0)
+    GTEST_SKIP() << "no chromium and chromedriver";
+  CabledSimulator sim;
+  Running agent(sim.agentArgs({}), "vmware\n");
+  const std::string at = servedAt(agent);
+  httplib::Client c = client(at);
+  ASSERT_TRUE(ready(c));
+  const nlohmann::json vm = nlohmann::json::parse(c.Get("/api/v1/view")->body)["interfaces"][0]["vms"].at(0);
+  std::string command = std::string("timeout 60 ") + HARBEC_BROWSER_TEST + " " + at + "/ " + sim.vc.control + " " + vm["ref"].get<std::string>() + " " +
+                        vm["name"].get<std::string>();
+  if (const char* shot = std::getenv("HARBEC_SCREENSHOT")) command += std::string(" ") + shot;
+  command += " 2>&1";
+  FILE* p = popen(command.c_str(), "r");
+  std::string said;
+  char buf[4096];
+  for (size_t n; (n = fread(buf, 1, sizeof buf, p)) > 0;) said.append(buf, n);
+  EXPECT_EQ(pclose(p), 0) << said;
+  EXPECT_EQ(agent.stop(SIGTERM), "exit 0");
+}
+
+}  // namespace
