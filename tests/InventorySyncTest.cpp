@@ -48,12 +48,16 @@ auto locked(F f) {
   return f();
 }
 
-// Machines of the tree other than kernel machines, with their host.
+// Machines of the tree on a host, other than kernel machines and templates,
+// with their host.
 std::vector<std::pair<std::string, std::string>> machines(const VI::Ptr& vi) {
   return locked([&] {
     std::vector<std::pair<std::string, std::string>> out;
-    for (auto i = vi->vmIterator(); i; ++i)
-      if (i.value()->vmName() != "VMKernel") out.emplace_back(cat(i.key()), cat(i.value()->hostRef()));
+    for (auto i = vi->vmIterator(); i; ++i) {
+      const std::string name = cat(i.value()->vmName()), host = cat(i.value()->hostRef());
+      if (name != "VMKernel" && !host.empty() && name.find("template") == std::string::npos)
+        out.emplace_back(cat(i.key()), host);
+    }
     std::sort(out.begin(), out.end());
     return out;
   });
@@ -88,10 +92,12 @@ class InventorySync : public testing::Test {
     CheckForUpdatesRequest::Ptr request = checkForUpdatesRequestFactory("updates");
     request->blockIs(true);
     s.queue(request);
+    s.beforeEnd = [this, &s] { stopWaiting(s); };
   }
   // Ends the blocking wait: the next WaitForUpdates fails with a fault that
   // asks to try again, which frees the thread without ending the process.
   void stopWaiting(Session& s) {
+    s.beforeEnd = nullptr;
     const std::string vm = machines(s.vi).at(0).first;
     sim->fault("WaitForUpdates", "fault", "Try Again");
     static int stops = 0;

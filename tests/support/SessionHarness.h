@@ -6,6 +6,7 @@
 #include <semaphore.h>
 
 #include <ctime>
+#include <functional>
 #include <mutex>
 #include <string>
 #include <utility>
@@ -73,9 +74,13 @@ struct Session {
     }
   }
   ~Session() {
+    if (beforeEnd) beforeEnd();
     Kel::ActivityLockAnchor anchor;
     thread = nullptr;
   }
+  // Frees a thread held in a blocking call, so that a test that stopped
+  // early does not wait at its end for ever.
+  std::function<void()> beforeEnd;
 
   // Carries a request out, on the thread if there is one, and returns once
   // it is done.

@@ -470,10 +470,12 @@ func uplinkOf(net *types.HostNetworkInfo, device, hostId string) uplink {
 func vmFacts(add func(string, ...interface{}), vm *simulator.VirtualMachine, hostNames map[string]string) {
 	id := vm.Self.Value
 	add("vm %s name %s", id, vm.Name)
+	host := ""
 	if h := vm.Runtime.Host; h != nil {
-		add("vm %s host %s", id, h.Value)
-		add("vm %s hostName %s", id, hostNames[h.Value])
+		host = h.Value
 	}
+	add("vm %s host %s", id, host)
+	add("vm %s hostName %s", id, hostNames[host])
 	add("vm %s power %s", id, map[bool]string{true: "on", false: "off"}[vm.Runtime.PowerState == types.VirtualMachinePowerStatePoweredOn])
 	ft := "disabled"
 	if vm.Config != nil {

@@ -112,6 +112,9 @@ func (s *Simulator) buildInventory() error {
 				return fmt.Errorf("nested host: %w", err)
 			}
 		}
+		if err := s.addHostStates(ctx); err != nil {
+			return err
+		}
 	}
 
 	return s.events.startTap()
@@ -278,7 +281,7 @@ func (s *Simulator) attachUplink(host *simulator.HostSystem, dvs *simulator.Dist
 			ConfigNumPorts:    portsPerSwitch,
 			NumPortsAvailable: portsPerSwitch - 1,
 			UplinkPort:        []types.KeyValue{{Key: key, Value: uplinkName}},
-			Mtu:               1500,
+			Mtu:               proxyMtu(s.cfg.Variety, len(host.Self.Value)),
 			Pnic:              []string{"key-vim.host.PhysicalNic-" + uplinkDevice},
 			Spec: types.HostProxySwitchSpec{
 				Backing: &types.DistributedVirtualSwitchHostMemberPnicBacking{

@@ -3,6 +3,7 @@ package main
 import (
 	"context"
 	"fmt"
+	"strings"
 
 	"github.com/vmware/govmomi/object"
 	"github.com/vmware/govmomi/simulator"
@@ -119,6 +120,59 @@ func cardFor(n int, template types.VirtualE1000) types.BaseVirtualDevice {
 		return &types.VirtualVmxnet3Vrdma{VirtualVmxnet3: vmxnet3}
 	}
 	return &template
+}
+
+// proxyMtu is the MTU of a host's proxy switch: with -variety, hosts whose
+// reference has an odd length report none, as some vCenters do.
+func proxyMtu(variety bool, refLength int) int32 {
+	if variety && refLength%2 == 1 {
+		return 0
+	}
+	return 1500
+}
+
+// addHostStates gives the inventory what real ones have beside running
+// hosts and machines: per datacenter, its nested host in maintenance mode,
+// a template and a machine that names no host (as one whose host vCenter
+// lost does); and the last host disconnected.
+func (s *Simulator) addHostStates(ctx context.Context) error {
+	for _, e := range sortedEntities("HostSystem") {
+		host := e.(*simulator.HostSystem)
+		if !strings.HasSuffix(host.Name, "_"+nestedHost) {
+			continue
+		}
+		var network *types.ManagedObjectReference // the standard network: the host is on no switch
+		dc := simulator.Map.Get(datacenterOf(host.Self)).(*simulator.Datacenter)
+		if n := simulator.Map.FindByName(standardNet, dc.Network); n != nil {
+			ref := n.Reference()
+			network = &ref
+		}
+		for _, kind := range []string{"template", "hostless"} {
+			ref, err := s.createVMIn(ctx, strings.TrimSuffix(host.Name, nestedHost)+kind, host.Self, network, false,
+				types.ManagedObjectReference{}, 0)
+			if err != nil {
+				return err
+			}
+			vm := simulator.Map.Get(ref).(*simulator.VirtualMachine)
+			simulator.Map.WithLock(vm, func() {
+				if kind == "template" {
+					vm.Config.Template = true
+					vm.Summary.Config.Template = true
+				} else {
+					vm.Runtime.Host = nil
+					vm.Summary.Runtime.Host = nil
+				}
+			})
+		}
+		simulator.Map.WithLock(host, func() { host.Runtime.InMaintenanceMode = true })
+	}
+	hosts := sortedEntities("HostSystem")
+	last := hosts[len(hosts)-1].(*simulator.HostSystem)
+	simulator.Map.WithLock(last, func() {
+		last.Runtime.ConnectionState = types.HostSystemConnectionStateDisconnected
+		last.Summary.Runtime = &last.Runtime
+	})
+	return nil
 }
 
 // addOpaqueCard gives a machine a second card, on an NSX opaque network.
