@@ -114,6 +114,12 @@ std::string HttpService::start(const HttpSettings& settings, std::string* error)
     *error = "cannot use the TLS certificate " + settings.tlsCert + " with key " + settings.tlsKey;
     return "";
   }
+  // SO_REUSEADDR alone: the library's default adds SO_REUSEPORT, with which
+  // a second agent on the same port would take half the requests silently.
+  impl_->server->set_socket_options([](socket_t sock) {
+    int yes = 1;
+    setsockopt(sock, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);
+  });
   impl_->server->set_read_timeout(10);
   impl_->server->set_write_timeout(10);
   impl_->routes(settings.token);

@@ -11,6 +11,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "agent/HttpService.h"
 #include "peers/VcSim.h"
 #include "support/RunningAgent.h"
 
@@ -62,6 +63,40 @@ bool ready(httplib::Client& c) {
     usleep(100000);
   }
   return false;
+}
+
+// The interface in this process, with what the work would publish.
+TEST(AgentHttp, BoardKeepsTheLastChangesAndWritesPrometheusText) {
+  HarbecAgent::Board board;
+  HarbecAgent::HttpService http(board);
+  std::string error;
+  const std::string at = http.start({"127.0.0.1:0", "", "", ""}, &error);
+  httplib::Client c = client("http://" + at);
+  ASSERT_EQ(error, "");
+  EXPECT_EQ(c.Get("/readyz")->status, 503);
+  EXPECT_EQ(c.Get("/api/v1/view")->status, 503);
+  board.viewIs("{}");
+  EXPECT_EQ(c.Get("/readyz")->status, 200);
+  EXPECT_EQ(c.Get("/api/v1/view")->body, "{}\n");
+
+  board.add({"harbec_exchanges_total", "peer=\"vcenter\""}, 2);
+  board.set({"harbec_up", ""}, 1);
+  EXPECT_EQ(c.Get("/metrics")->body,
+            "# HELP harbec_up 1 while the agent's work runs\n# TYPE harbec_up gauge\nharbec_up 1\n"
+            "# HELP harbec_exchanges_total Requests carried out, by peer, kind and result\n"
+            "# TYPE harbec_exchanges_total counter\nharbec_exchanges_total{peer=\"vcenter\"} 2\n");
+
+  uint64_t next = 0;
+  EXPECT_TRUE(board.changesAfter(&next, 0).empty()) << "a reader starts with the changes to come";
+  for (int i = 0; i < 1005; ++i) board.changed({"change " + std::to_string(i)});
+  std::vector<std::string> got = board.changesAfter(&next, 0);
+  ASSERT_EQ(got.size(), HarbecAgent::Board::kKeptChanges) << "a reader that lags loses the oldest";
+  EXPECT_EQ(got.front(), "change 5");
+  EXPECT_TRUE(board.changesAfter(&next, 0.01).empty());
+
+  HarbecAgent::HttpService again(board);
+  EXPECT_EQ(again.start({at, "", "", ""}, &error), "") << "the address is taken";
+  EXPECT_EQ(error.rfind("cannot listen on " + at, 0), 0u) << error;
 }
 
 TEST(AgentHttp, ServesTheViewItsChangesMetricsAndHealthToTokenHolders) {
