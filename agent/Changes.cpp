@@ -43,13 +43,17 @@ void vmChanges(const VmInfo& a, const VmInfo& b, const Snapshot& sa, const Snaps
 }
 
 void hostChanges(const HostInfo& a, const HostInfo& b, std::vector<std::string>& out) {
+  const std::string who = "Host " + (b.name.empty() ? b.ref : b.name);
+  if (a.connection != b.connection && !a.connection.empty()) out.push_back(who + " connection " + b.connection);
+  if (a.maintenance != b.maintenance)
+    out.push_back(who + (b.maintenance ? " entered maintenance mode" : " left maintenance mode"));
   for (const PnicInfo& pb : b.pnics) {
     const PnicInfo* pa = a.pnic(pb.device);
     if (!pa) continue;
     if (pa->link != pb.link && (pb.link == "down" || pa->link == "down"))
-      out.push_back("Host " + (b.name.empty() ? b.ref : b.name) + " " + pb.device + " link " + pb.link);
+      out.push_back(who + " " + pb.device + " link " + pb.link);
     if (!(pa->neighbour == pb.neighbour) && !pb.neighbour.devId.empty())
-      out.push_back("Host " + (b.name.empty() ? b.ref : b.name) + " " + pb.device + " now cabled to " +
+      out.push_back(who + " " + pb.device + " now cabled to " +
                     (pb.neighbour.sysName.empty() ? pb.neighbour.devId : pb.neighbour.sysName) + " " +
                     pb.neighbour.port);
   }

@@ -54,6 +54,15 @@ std::string linkText(const Nic& nic, bool hasSpeed) {
   return hasSpeed ? "up" : "unknown";
 }
 
+}  // namespace
+
+std::string HostInfo::stateText() const {
+  if (!reached()) return " [" + connection + "]";
+  return maintenance ? " [maintenance]" : "";
+}
+
+namespace {
+
 PnicInfo pnicInfo(const EsxHost& host, const Pnic& p) {
   PnicInfo info;
   info.device = p.name().str();
@@ -137,8 +146,11 @@ Snapshot takeSnapshot(const VI& vi, const VS* vs) {
 
   for (auto i = vi.esxHostIteratorConst(); i; ++i) {
     const EsxHost& h = *i.value();
-    HostInfo host{i.key().str(), h.hostName().str(), {}};
-    for (auto p = h.pnicIteratorConst(); p; ++p) host.pnics.push_back(pnicInfo(h, *p.value()));
+    HostInfo host{i.key().str(), h.hostName().str(), {}, h.connectionState().str(), h.inMaintenance()};
+    for (auto p = h.pnicIteratorConst(); p; ++p) {
+      host.pnics.push_back(pnicInfo(h, *p.value()));
+      if (!host.reached()) host.pnics.back().link = "unknown";
+    }
     std::sort(host.pnics.begin(), host.pnics.end(),
               [](const PnicInfo& a, const PnicInfo& b) { return a.device < b.device; });
     s.hosts.push_back(std::move(host));
@@ -155,6 +167,7 @@ Snapshot takeSnapshot(const VI& vi, const VS* vs) {
     vm.hostRef = v.hostRef().str();
     vm.hostName = v.hostName().str();
     vm.poweredOn = v.powerState();
+    vm.isTemplate = v.isTemplate();
     vm.inVmotion = v.inVmotion();
     vm.vmotionFailed = v.vmotionFailed();
     vm.vmotionDst = v.vmotionDst().str();

@@ -31,6 +31,14 @@ struct PnicInfo {
 struct HostInfo {
   std::string ref, name;
   std::vector<PnicInfo> pnics;
+  // vCenter's link to the host: "connected", "notResponding",
+  // "disconnected", or "" before vCenter said; what it reports of a host it
+  // does not reach is as old as the loss, so its NICs' links are unknown.
+  std::string connection;
+  bool maintenance = false;
+  bool reached() const { return connection.empty() || connection == "connected"; }
+  // " [maintenance]", " [disconnected]", " [notResponding]", or "".
+  std::string stateText() const;
   const PnicInfo* pnic(const std::string& device) const;
 };
 
@@ -49,6 +57,7 @@ struct VnicInfo {
 struct VmInfo {
   std::string ref, name, hostRef, hostName;
   bool poweredOn = false;
+  bool isTemplate = false;  // a template never runs: shown as such, not as "off"
   bool inVmotion = false;
   bool vmotionFailed = false;
   std::string vmotionDst;

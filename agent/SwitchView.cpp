@@ -94,6 +94,8 @@ std::string vlanColumn(const VnicInfo& n) {
 
 std::string orNone(const VlanSet& s) { return s.empty() ? "none" : s.text(); }
 
+std::string powerWord(const VmInfo& v) { return v.isTemplate ? "template" : v.poweredOn ? "on" : "off"; }
+
 std::string carriedText(const InterfaceView& iv) {
   std::string out = iv.vlans.empty() ? "none" : iv.vlans.text();
   if (iv.unknownVlanNics) out += " and the unknown VLANs of " + std::to_string(iv.unknownVlanNics) + " NIC(s)";
@@ -113,7 +115,8 @@ void interfaceText(const InterfaceView& iv, const Snapshot& s, std::string& out)
     out += ": no host found behind it\n\n";
     return;
   }
-  out += " -> host " + hostLabel(iv.host->ref, s) + " (" + iv.host->ref + ") " + iv.intf->vmnic;
+  out += " -> host " + hostLabel(iv.host->ref, s) + " (" + iv.host->ref + ")" + iv.host->stateText() + " " +
+         iv.intf->vmnic;
   if (!iv.pnic) {
     out += ", NIC not in the host's configuration\n\n";
     return;
@@ -128,7 +131,7 @@ void interfaceText(const InterfaceView& iv, const Snapshot& s, std::string& out)
   } else {
     std::vector<std::vector<std::string>> rows{{"VM", "Power", "Migration", "MAC", "Port group", "VLANs"}};
     for (const AttachedVm& a : iv.vms)
-      rows.push_back({a.vm->name, a.vm->poweredOn ? "on" : "off", migrationText(*a.vm, s), a.nic->mac,
+      rows.push_back({a.vm->name, powerWord(*a.vm), migrationText(*a.vm, s), a.nic->mac,
                       orDash(a.nic->portGroup), vlanColumn(*a.nic)});
     out += table(rows, "  ");
   }
@@ -157,7 +160,7 @@ std::string renderText(const Snapshot& s) {
       nics += (nics.empty() ? "" : ", ") + p.device;
       if (!p.neighbour.devId.empty()) nics += " to " + orDash(p.neighbour.sysName) + " " + p.neighbour.port;
     }
-    rows.push_back({orDash(h->name), h->ref, nics});
+    rows.push_back({orDash(h->name) + h->stateText(), h->ref, nics});
   }
   out += table(rows, "  ");
 
@@ -167,7 +170,7 @@ std::string renderText(const Snapshot& s) {
   rows.clear();
   for (const VmInfo* v : view.unreachedVms)
     rows.push_back({orDash(v->name), v->ref, "host " + orDash(hostLabel(v->hostRef, s)),
-                    v->poweredOn ? "powered on" : "powered off"});
+                    v->isTemplate ? "template" : "powered " + powerWord(*v)});
   out += table(rows, "  ");
 
   if (s.vshield) {
@@ -210,6 +213,7 @@ void vlansJson(JsonWriter& w, const VnicInfo& n) {
 
 void vmSummaryJson(JsonWriter& w, const VmInfo& vm, const Snapshot& s) {
   w.value("name", vm.name).value("ref", vm.ref).value("power", vm.poweredOn ? "on" : "off");
+  w.value("template", vm.isTemplate);
   w.value("inMigration", vm.inVmotion).value("migration", migrationText(vm, s));
 }
 
@@ -250,6 +254,7 @@ std::string renderJson(const Snapshot& s, bool indent) {
   w.beginArray("hosts");
   for (const HostInfo& h : s.hosts) {
     w.beginObject().value("ref", h.ref).value("name", h.name);
+    w.value("connection", h.connection).value("maintenance", h.maintenance);
     namesJson(w, "interfaces", view, h.ref);
     w.beginArray("nics");
     for (const PnicInfo& p : h.pnics) {

@@ -68,6 +68,10 @@ KEL_FACTORY(IntfToEsxMap, intfToEsxMapFactory)
 
 // pnicId is the next free id for a NIC of this host; it only grows. The
 // kernel machine in `vm` is also kept in VI::vm under the host's key.
+// connectionState is vCenter's word for its link to the host ("connected",
+// "notResponding", "disconnected"; "" before any): what vCenter reports of
+// a host it cannot reach is as old as the loss. inMaintenance is true while
+// the host is in maintenance mode.
 #define HARBEC_ESX_HOST_ATTRIBUTES(SCALAR, CTOR, VALUES, ENTITIES, QUEUE) \
   CTOR(hostId, HostId, unsigned)                                         \
   SCALAR(hostName, HostName, Kel::String8, Kel::String8())               \
@@ -85,7 +89,9 @@ KEL_FACTORY(IntfToEsxMap, intfToEsxMapFactory)
   ENTITIES(vnic, Vnic, Vnic)                                             \
   VALUES(vswitch, Vswitch, Kel::String8, Kel::String8, Kel::HashMap)     \
   SCALAR(vm, Vm, Vm::Ptr, nullptr)                                       \
-  SCALAR(pnicId, PnicId, unsigned, 1)
+  SCALAR(pnicId, PnicId, unsigned, 1)                                    \
+  SCALAR(connectionState, ConnectionState, Kel::String8, Kel::String8()) \
+  SCALAR(inMaintenance, InMaintenance, bool, false)
 
 class EsxHost : public Kel::Entity {
   KEL_RECORD(Harbec, EsxHost, Kel::Entity, HARBEC_ESX_HOST_ATTRIBUTES)

@@ -50,6 +50,7 @@ class Vnic : public Kel::Entity {
 };
 KEL_FACTORY(Vnic, vnicFactory)
 
+// isTemplate: the machine is a template, which never runs.
 #define HARBEC_VM_ATTRIBUTES(SCALAR, CTOR, VALUES, ENTITIES, QUEUE) \
   SCALAR(vmName, VmName, Kel::String8, Kel::String8())             \
   SCALAR(hostRef, HostRef, Kel::String8, Kel::String8())           \
@@ -59,6 +60,7 @@ KEL_FACTORY(Vnic, vnicFactory)
   SCALAR(inVmotion, InVmotion, bool, false)                        \
   SCALAR(vmotionFailed, VmotionFailed, bool, false)                \
   SCALAR(powerState, PowerState, bool, false)                      \
+  SCALAR(isTemplate, IsTemplate, bool, false)                      \
   ENTITIES(vnic, Vnic, Vnic)
 
 class Vm : public Kel::Entity {

@@ -191,14 +191,24 @@ TEST(AgentProgram, VariedInventoryShownTrue) {
   const nlohmann::json view = nlohmann::json::parse(r.out);
 
   const std::map<std::string, std::string> speeds = {{"0", ""}, {"1000", "1G"}, {"2500", "2.5G"}, {"10000", "10G"}, {"25000", "25G"}, {"100000", "100G"}};
-  for (const auto& h : view["hosts"])
+  // A host that vCenter does not reach has links nobody knows.
+  std::multiset<std::string> states;
+  for (const auto& h : view["hosts"]) {
+    const std::string host = "host " + h["ref"].get<std::string>();
+    EXPECT_EQ(h["connection"], facts[host + " connection"]);
+    EXPECT_EQ(h["maintenance"], facts[host + " maintenance"] == "true");
+    states.insert(h["connection"].get<std::string>());
+    if (h["maintenance"]) states.insert("maintenance");
     for (const auto& n : h["nics"]) {
       const std::string id = "pnic " + h["ref"].get<std::string>() + "/" + n["device"].get<std::string>();
       const std::string mb = facts[id + " linkSpeedMb"];
       SCOPED_TRACE(id);
       EXPECT_EQ(n["speed"], speeds.at(mb));
-      EXPECT_EQ(n["link"], mb == "0" ? "unknown" : "up");
+      EXPECT_EQ(n["link"], mb == "0" || h["connection"] != "connected" ? "unknown" : "up");
     }
+  }
+  EXPECT_EQ(states.count("disconnected"), 1u);
+  EXPECT_GT(states.count("maintenance"), 0u);
   // Each interface carries the VLANs of the port groups of the machines
   // behind it, a PVLAN's primary and secondary both.
   unsigned pvlans = 0;
@@ -239,13 +249,18 @@ TEST(AgentProgram, VariedInventoryShownTrue) {
   // so, with VLANs nobody knows.
   std::map<std::string, std::string> linkOfPort;
   unsigned opaque = 0;
-  for (const auto& vm : view["vms"])
+  unsigned templates = 0;
+  for (const auto& vm : view["vms"]) {
+    templates += vm["template"].get<bool>();
+    EXPECT_EQ(vm["template"], facts["vm " + vm["ref"].get<std::string>() + " template"] == "true");
     for (const auto& n : vm["nics"]) {
       if (!n["portKey"].get<std::string>().empty())
         linkOfPort[n["portKey"].get<std::string>()] = n["link"].get<std::string>();
       if (n["portGroup"].get<std::string>().rfind("opaque nsx.LogicalSwitch ls-", 0) == 0 && n["vlans"] == "unknown") ++opaque;
     }
+  }
   EXPECT_GT(opaque, 0u);
+  EXPECT_GT(templates, 0u);
   for (size_t i = 0; i < 3; ++i) EXPECT_EQ(linkOfPort[cards[i].key], portStates[i].second) << cards[i].key;
   for (const auto& [port, link] : linkOfPort) {
     if (port != cards[0].key && port != cards[2].key) {

@@ -251,7 +251,8 @@ TEST(AgentView, JsonHoldsInterfacesHostsVmsAndVshield) {
   Snapshot s = trees.snapshot();
   std::string json = renderJson(s, false);
   EXPECT_EQ(json.rfind("{\"interfaces\":[{\"name\":\"Ethernet1\",\"hostRef\":\"host-1\"", 0), 0u) << json;
-  EXPECT_NE(json.find("],\"hosts\":[{\"ref\":\"host-1\",\"name\":\"esx-a\",\"interfaces\":[\"Ethernet1\",\"Ethernet2\"]"),
+  EXPECT_NE(json.find("],\"hosts\":[{\"ref\":\"host-1\",\"name\":\"esx-a\",\"connection\":\"\",\"maintenance\":false,"
+                      "\"interfaces\":[\"Ethernet1\",\"Ethernet2\"]"),
             std::string::npos);
   EXPECT_NE(json.find("\"vlans\":\"100,200-210\""), std::string::npos);
   EXPECT_NE(json.find("],\"vshield\":[{\"id\":\"virtualwire-1\",\"name\":\"web-tier\",\"vni\":5001"), std::string::npos);
@@ -269,6 +270,7 @@ TEST(AgentView, JsonHoldsInterfacesHostsVmsAndVshield) {
 
 TEST(AgentView, ChangesOfTheLiveMode) {
   Trees trees;
+  trees.vi->esxHost("host-1")->connectionStateIs("connected");
   Snapshot before = trees.snapshot();
   EXPECT_TRUE(describeChanges(before, before).empty());
 
@@ -285,6 +287,8 @@ TEST(AgentView, ChangesOfTheLiveMode) {
   Snapshot middle = trees.snapshot();
   starts->inVmotionIs(true);
   starts->vmotionDstIs("host-1");
+  trees.vi->esxHost("host-1")->connectionStateIs("notResponding");
+  trees.vi->esxHost("host-2")->inMaintenanceIs(true);
 
   EXPECT_EQ(describeChanges(before, middle),
             (std::vector<std::string>{"Interface Ethernet2 now leads to esx-b vmnic0", "Host esx-a vmnic1 link down",
@@ -292,5 +296,7 @@ TEST(AgentView, ChangesOfTheLiveMode) {
                                       "VM runner NIC 00:50:56:00:00:03 moved from port group VM Network to Other",
                                       "VM fresh added on esx-b", "VM starts added on esx-b", "VM lonely removed"}));
   EXPECT_EQ(describeChanges(middle, trees.snapshot()),
-            std::vector<std::string>{"VM starts migration started from esx-b to esx-a"});
+            (std::vector<std::string>{"Host esx-a connection notResponding", "Host esx-a vmnic1 link unknown",
+                                      "Host esx-b entered maintenance mode",
+                                      "VM starts migration started from esx-b to esx-a"}));
 }

@@ -86,10 +86,13 @@ void createPropFilter(Kel::Ptr<HarbecSm> sm) {
   // A switch's PVLAN map comes with it: PVLAN port groups name only their
   // secondary VLAN.
   ns2__PropertySpec dvsSpec = propertySpec("VmwareDistributedVirtualSwitch", {"name", "uuid", "config.pvlanConfig"});
-  ns2__PropertySpec vmSpec = propertySpec(
-      "VirtualMachine", {"name", "runtime.powerState", "config.hardware", "runtime.host", "config.ftInfo"});
-  ns2__PropertySpec hostSpec = propertySpec(
-      "HostSystem", {"name", "config.network", "configManager.networkSystem", "parent", "hardware"});
+  // Beside what the inventory needs: whether a machine is a template, and
+  // whether vCenter reaches a host and the host is in maintenance.
+  ns2__PropertySpec vmSpec = propertySpec("VirtualMachine", {"name", "runtime.powerState", "config.hardware",
+                                                             "runtime.host", "config.ftInfo", "config.template"});
+  ns2__PropertySpec hostSpec =
+      propertySpec("HostSystem", {"name", "config.network", "configManager.networkSystem", "parent", "hardware",
+                                  "runtime.connectionState", "runtime.inMaintenanceMode"});
   ns2__PropertySpec pgSpec = propertySpec("DistributedVirtualPortgroup", {"name", "config"});
   ns2__PropertySpec dcSpec = propertySpec("Datacenter", {"name", "hostFolder"});
   ns2__PropertySpec compResSpec = propertySpec("ComputeResource", {"parent"});

@@ -14,12 +14,6 @@ namespace Harbec {
 
 namespace {
 
-// A simple property value: a string, or the text of a value of a type
-// the stubs do not know.
-std::string simpleValue(xsd__anyType* val) {
-  if (val->soap_type() == SOAP_TYPE_xsd__string) return static_cast<xsd__string*>(val)->__item;
-  return val->__item ? std::string(val->__item) : std::string();
-}
 
 void processHardware(EsxHost::Ptr host, ns2__HostHardwareInfo* hardware, PciTables& pci) {
   HARBEC_TRACE(6, "Hardware Update");
@@ -101,6 +95,10 @@ void processChange(VI::Ptr vi, EsxHost::Ptr host, ns2__PropertyChange* change, c
     }
   } else if (name == "parent") {
     if (auto* parent = dynamic_cast<ns2__ManagedObjectReference*>(change->val)) processParent(vi, host, parent);
+  } else if (name == "runtime.connectionState") {
+    host->connectionStateIs(simpleValue(change->val));
+  } else if (name == "runtime.inMaintenanceMode") {
+    host->inMaintenanceIs(booleanValue(change->val));
   }
 }
 

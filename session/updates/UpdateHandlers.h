@@ -15,6 +15,19 @@ inline bool carriesChanges(const ns2__ObjectUpdate* update) {
   return update->kind == ns2__ObjectUpdateKind__modify || update->kind == ns2__ObjectUpdateKind__enter;
 }
 
+// A simple property value: a string, or the text of a value of a type the
+// stubs do not know (a boolean, an enumeration kept open).
+inline std::string simpleValue(const xsd__anyType* val) {
+  if (val->soap_type() == SOAP_TYPE_xsd__string) return static_cast<const xsd__string*>(val)->__item;
+  return val->__item ? std::string(val->__item) : std::string();
+}
+// An xsd:boolean property value; absent or unreadable is false.
+inline bool booleanValue(const xsd__anyType* val) {
+  if (!val) return false;
+  const std::string text = simpleValue(val);
+  return text == "true" || text == "1";
+}
+
 // Containers and networks.
 void processDVSUpdates(ns2__ObjectUpdate* update, Kel::Ptr<VI> vi);
 void processDCUpdates(ns2__ObjectUpdate* update, Kel::Ptr<VI> vi);

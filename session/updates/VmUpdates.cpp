@@ -94,6 +94,8 @@ void processVMUpdates(ns2__ObjectUpdate* objUpdate, VI::Ptr vi) {
       }
     } else if (name == "config.ftInfo") {
       updateFtStatus(vm, change->val);
+    } else if (name == "config.template") {
+      if (change->val) vm->isTemplateIs(booleanValue(change->val));
     }
   }
   // Every enter and modify record marks the machine, with or without effect.

@@ -56,6 +56,8 @@ inline Lines treeFacts(const VI::Ptr& vi) {
     out.push_back(cat("host ", id, " name ", h->hostName()));
     out.push_back(cat("host ", id, " parent ", h->parentRef()));
     out.push_back(cat("host ", id, " dcRef ", h->dcRef()));
+    out.push_back(cat("host ", id, " connection ", h->connectionState()));
+    out.push_back(cat("host ", id, " maintenance ", h->inMaintenance() ? "true" : "false"));
     out.push_back(cat("host ", id, " networkId ", h->networkId()));
     out.push_back(cat("host ", id, " vendor ", h->vendor()));
     out.push_back(cat("host ", id, " model ", h->model()));
@@ -94,6 +96,7 @@ inline Lines treeFacts(const VI::Ptr& vi) {
     out.push_back(cat("vm ", id, " hostName ", vm->hostName()));
     out.push_back(cat("vm ", id, " power ", vm->powerState() ? "on" : "off"));
     out.push_back(cat("vm ", id, " ft ", ft(vm->ftStatus())));
+    out.push_back(cat("vm ", id, " template ", vm->isTemplate() ? "true" : "false"));
     for (auto v = vm->vnicIterator(); v; ++v) nicFacts(out, "vnic", cat(id, "/", v.key()), v.value(), true);
   }
   for (auto i = vi->dvsIterator(); i; ++i) {

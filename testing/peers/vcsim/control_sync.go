@@ -326,6 +326,8 @@ func hostFacts(add func(string, ...interface{}), h *simulator.HostSystem, parent
 	add("host %s name %s", id, h.Name)
 	add("host %s parent %s", id, parent)
 	add("host %s dcRef %s", id, dcRef)
+	add("host %s connection %s", id, h.Runtime.ConnectionState)
+	add("host %s maintenance %t", id, h.Runtime.InMaintenanceMode)
 	if h.ConfigManager.NetworkSystem != nil {
 		add("host %s networkId %s", id, h.ConfigManager.NetworkSystem.Value)
 	}
@@ -346,6 +348,7 @@ func hostFacts(add func(string, ...interface{}), h *simulator.HostSystem, parent
 	add("vm %s hostName %s", id, h.Name)
 	add("vm %s power on", id)
 	add("vm %s ft disabled", id)
+	add("vm %s template false", id)
 	if h.Config == nil || h.Config.Network == nil {
 		return
 	}
@@ -487,6 +490,7 @@ func vmFacts(add func(string, ...interface{}), vm *simulator.VirtualMachine, hos
 		}
 	}
 	add("vm %s ft %s", id, ft)
+	add("vm %s template %t", id, vm.Config != nil && vm.Config.Template)
 	if vm.Config == nil {
 		return
 	}
