@@ -24,6 +24,10 @@ struct Settings {
   std::string vcenterPassword, vsmPassword;
   std::string httpToken;
 };
+inline bool sameSettings(const Settings& a, const Settings& b) {
+  return a.options == b.options && a.vcenterPassword == b.vcenterPassword && a.vsmPassword == b.vsmPassword &&
+         a.httpToken == b.httpToken;
+}
 
 class HostAgent {
  public:

@@ -2,7 +2,9 @@
 
 #include <fstream>
 #include <iostream>
+#include <tuple>
 
+#include "agent/ConfigFile.h"
 #include "agent/HttpService.h"
 
 namespace HarbecAgent {
@@ -55,6 +57,9 @@ std::string usage(const std::string& program) {
          "  --http-token-file FILE    bearer token that every request must carry; needed\n"
          "                            unless ADDR is a loopback address\n"
          "  --tls-cert FILE --tls-key FILE  serve HTTPS with this certificate and key\n"
+         "  --config FILE             read these settings from a TOML file first (the\n"
+         "                            service's is /etc/harbec/agent.conf); options given\n"
+         "                            here override it; SIGHUP reads it again\n"
          "  -h, --help                this text\n"
          "Without --once the view is printed, then each change as it happens, until\n"
          "interrupted.\n"
@@ -125,11 +130,27 @@ std::string httpOptionsError(const Options& o) {
   return "";
 }
 
+// The --config option's file, if any, wherever it stands on the line.
+std::string configFileOf(int argc, const char* const* argv) {
+  std::string file;
+  for (int i = 1; i < argc; ++i) {
+    const std::string arg = argv[i];
+    if (arg == "--config" && i + 1 < argc) file = argv[++i];
+    if (arg.rfind("--config=", 0) == 0) file = arg.substr(9);
+  }
+  return file;
+}
+
 }  // namespace
 
 ParsedOptions parseOptions(int argc, const char* const* argv) {
   ParsedOptions r;
   Options& o = r.options;
+  o.configFile = configFileOf(argc, argv);
+  if (!o.configFile.empty()) {
+    r.error = readConfigFile(o.configFile, &o);
+    if (!r.error.empty()) return r;
+  }
   struct Valued {
     const char* name;
     std::string* target;
@@ -140,7 +161,8 @@ ParsedOptions parseOptions(int argc, const char* const* argv) {
                            {"--bridge-mac", &o.bridgeMac},       {"--ca-file", &o.caFile},
                            {"--vsm-ca-file", &o.vsmCaFile},      {"--vsm-proxy", &o.vsmProxy},
                            {"--listen", &o.listen},              {"--http-token-file", &o.httpTokenFile},
-                           {"--tls-cert", &o.tlsCert},           {"--tls-key", &o.tlsKey}};
+                           {"--tls-cert", &o.tlsCert},           {"--tls-key", &o.tlsKey},
+                           {"--config", &o.configFile}};
   for (int i = 1; i < argc; ++i) {
     std::string arg = argv[i], value;
     bool hasValue = false;
@@ -207,6 +229,10 @@ ParsedOptions parseOptions(int argc, const char* const* argv) {
   }
 
   if (o.pollEvery <= 0) o.pollEvery = 10;
+  if (o.vcenterUrl.empty() && !o.configFile.empty() && !o.demo) {
+    r.error = "no vCenter in the configuration " + o.configFile + " ([vcenter] url)";
+    return r;
+  }
   if (o.vcenterUrl.empty()) o.demo = true;
   if (o.demo && !o.vcenterUrl.empty()) {
     r.error = "--demo brings its own vCenter: leave out --vcenter";
@@ -227,6 +253,18 @@ ParsedOptions parseOptions(int argc, const char* const* argv) {
   while (!o.vsmUrl.empty() && o.vsmUrl.back() == '/') o.vsmUrl.pop_back();
   return r;
 }
+
+namespace {
+auto fields(const Options& o) {
+  return std::tie(o.vcenterUrl, o.vcenterUser, o.vcenterPasswordFile, o.vsmUrl, o.vsmUser, o.vsmPasswordFile,
+                  o.bridgeMac, o.interfaces, o.configuredVlans, o.once, o.json, o.demo, o.quiet, o.retryFor,
+                  o.pollEvery, o.supervise, o.connectTimeout, o.replyTimeout, o.vsmTimeout, o.maxReplyMb,
+                  o.vsmMaxReplyMb, o.caFile, o.vsmCaFile, o.vsmProxy, o.listen, o.httpTokenFile, o.tlsCert, o.tlsKey,
+                  o.configFile);
+}
+}  // namespace
+
+bool operator==(const Options& a, const Options& b) { return fields(a) == fields(b); }
 
 std::string vcenterSdkUrl(const std::string& given) {
   if (given.find("://") != std::string::npos) return given;

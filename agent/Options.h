@@ -32,7 +32,10 @@ struct Options {
 
   // The HTTP interface: off without an address.
   std::string listen, httpTokenFile, tlsCert, tlsKey;
+
+  std::string configFile;  // read first; the command line overrides it
 };
+bool operator==(const Options& a, const Options& b);
 
 struct ParsedOptions {
   Options options;

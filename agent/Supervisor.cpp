@@ -20,6 +20,8 @@ namespace {
 
 std::atomic<int> stopSignal{0};
 void onStop(int signal) { stopSignal = signal; }
+std::atomic<bool> reloadAsked{false};
+void onHangUp(int) { reloadAsked = true; }
 
 double now() {
   return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
@@ -80,6 +82,7 @@ pid_t spawn(const std::function<int()>& work, int* errFd) {
     close(fds[1]);
     signal(SIGINT, SIG_DFL);
     signal(SIGTERM, SIG_DFL);
+    signal(SIGHUP, SIG_IGN);  // the configuration is the supervisor's to read
     int status = work();
     std::fflush(nullptr);
     _exit(status);
@@ -90,8 +93,9 @@ pid_t spawn(const std::function<int()>& work, int* errFd) {
 }
 
 // Waits for the child, passing its output on, and stops it when a signal
-// came: SIGTERM, then after ten seconds SIGKILL.
-int await(pid_t pid, Relay& relay) {
+// came, or a new configuration wants it started again (*renewed):
+// SIGTERM, then after ten seconds SIGKILL.
+int await(pid_t pid, Relay& relay, const std::function<bool()>& reload, bool* renewed) {
   bool open = true;
   double killAt = 0;
   // Once its standard error has closed, a child is usually about to be
@@ -108,7 +112,8 @@ int await(pid_t pid, Relay& relay) {
       relay.flush();
       return status;
     }
-    if (stopSignal && !killAt) {
+    if (reloadAsked.exchange(false) && reload && !killAt && reload()) *renewed = true;
+    if ((stopSignal || *renewed) && !killAt) {
       kill(pid, SIGTERM);
       killAt = now() + 10;
     } else if (killAt && now() > killAt) {
@@ -153,6 +158,8 @@ int supervise(const std::function<int()>& work, const SupervisorOptions& options
   sa.sa_handler = onStop;
   sigaction(SIGINT, &sa, nullptr);
   sigaction(SIGTERM, &sa, nullptr);
+  sa.sa_handler = onHangUp;
+  sigaction(SIGHUP, &sa, nullptr);
   stopSignal = 0;
   double delay = options.firstDelay;
   for (;;) {
@@ -164,7 +171,13 @@ int supervise(const std::function<int()>& work, const SupervisorOptions& options
       return exitFailed;
     }
     Relay relay(fd, err);
-    int status = await(pid, relay);
+    bool renewed = false;
+    int status = await(pid, relay, options.reload, &renewed);
+    if (renewed && !stopSignal) {
+      err << "harbec-agent: the work ended for the new configuration; starting it again" << std::endl;
+      delay = options.firstDelay;
+      continue;
+    }
     std::string reason = relay.reason().empty() ? "no reason given" : relay.reason();
     bool again = !stopSignal && restartAfter(status, options.once);
     if (now() - started >= options.healthy) delay = options.firstDelay;

@@ -23,10 +23,13 @@ enum ExitStatus : int {
 struct SupervisorOptions {
   bool once = false;  // a failed --once is not run again
   double firstDelay = 1, maxDelay = 30, healthy = 60;  // seconds
+  // On SIGHUP: reads the configuration again; true when the work must start
+  // again with it (it is stopped and started at once), false to go on.
+  std::function<bool()> reload;
 };
 
 // Runs work() in child processes until one ends for good or a SIGINT or
-// SIGTERM comes; the status to exit with.
+// SIGTERM comes; the status to exit with. SIGHUP calls options.reload.
 int supervise(const std::function<int()>& work, const SupervisorOptions& options, std::ostream& err);
 
 // "exit status 255", "signal 11 (Segmentation fault)".

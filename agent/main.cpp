@@ -109,6 +109,40 @@ int work(Settings settings) {
   finish(status);
 }
 
+// The options with the secrets they name read; *error says what failed.
+Settings withSecrets(const Options& options, std::string* error) {
+  Settings s{options, "", "", ""};
+  if (!s.options.demo) {
+    s.vcenterPassword = readSecret(s.options.vcenterPasswordFile, error);
+    if (error->empty() && !s.options.vsmUrl.empty()) s.vsmPassword = readSecret(s.options.vsmPasswordFile, error);
+  }
+  if (error->empty() && !s.options.httpTokenFile.empty()) s.httpToken = readSecret(s.options.httpTokenFile, error);
+  return s;
+}
+
+// SIGHUP: the configuration file and the secrets it names, read again.
+// True when they changed and *settings holds the new ones; a file that
+// cannot be read or holds an error leaves the running settings.
+bool reload(int argc, char** argv, Settings* settings) {
+  if (settings->options.configFile.empty()) {
+    std::cerr << "harbec-agent: SIGHUP without --config: nothing to read again" << std::endl;
+    return false;
+  }
+  ParsedOptions parsed = parseOptions(argc, argv);
+  std::string error = parsed.error;
+  Settings fresh = error.empty() ? withSecrets(parsed.options, &error) : Settings{};
+  if (!error.empty()) {
+    std::cerr << "harbec-agent: the configuration was not taken, the running one stays: " << error << std::endl;
+    return false;
+  }
+  if (sameSettings(fresh, *settings)) {
+    std::cerr << "harbec-agent: the configuration is unchanged" << std::endl;
+    return false;
+  }
+  *settings = fresh;
+  return true;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -122,15 +156,8 @@ int main(int argc, char** argv) {
     return exitBadArguments;
   }
 
-  Settings settings{parsed.options, "", "", ""};
   std::string error;
-  if (!settings.options.demo) {
-    settings.vcenterPassword = readSecret(settings.options.vcenterPasswordFile, &error);
-    if (error.empty() && !settings.options.vsmUrl.empty())
-      settings.vsmPassword = readSecret(settings.options.vsmPasswordFile, &error);
-  }
-  if (error.empty() && !settings.options.httpTokenFile.empty())
-    settings.httpToken = readSecret(settings.options.httpTokenFile, &error);
+  Settings settings = withSecrets(parsed.options, &error);
   if (!error.empty()) {
     std::cerr << "harbec-agent: " << error << "\n";
     return exitBadArguments;
@@ -138,5 +165,6 @@ int main(int argc, char** argv) {
   if (!settings.options.supervise) return work(settings);
   SupervisorOptions supervision;
   supervision.once = settings.options.once;
+  supervision.reload = [&] { return reload(argc, argv, &settings); };
   return supervise([&settings] { return work(settings); }, supervision, std::cerr);
 }

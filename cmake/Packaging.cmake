@@ -1,8 +1,8 @@
 # Debian packages, made by `cpack -G DEB` in the build tree:
 #   libharbec     the shared library, its public headers, CMake and pkg-config files
 #   harbec-agent  the program, the peers of its demo, its man page, systemd unit
-#                 and default options
-# The unit and the options file go in the packages only: a plain
+#                 and configuration
+# The unit and the configuration go in the packages only: a plain
 # `cmake --install` into a prefix leaves /etc and the unit folders alone.
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_NAME harbec)
@@ -25,13 +25,13 @@ set(CPACK_DEBIAN_AGENT_PACKAGE_NAME harbec-agent)
 set(CPACK_COMPONENT_AGENT_DESCRIPTION "shows the VMware hosts and machines behind a switch's interfaces
  The agent around libHarbec: a text or JSON view, live changes, an HTTP
  interface with metrics and a web page, and a systemd service.")
-set(CPACK_DEBIAN_AGENT_PACKAGE_DEPENDS "libharbec (= ${PROJECT_VERSION}), libcpp-httplib0.11, libsystemd0")
+set(CPACK_DEBIAN_AGENT_PACKAGE_DEPENDS
+    "libharbec (= ${PROJECT_VERSION}), libcpp-httplib0.11, libsystemd0, libtomlplusplus3")
 set(CPACK_DEBIAN_AGENT_PACKAGE_CONTROL_EXTRA ${PROJECT_SOURCE_DIR}/packaging/conffiles
     ${PROJECT_SOURCE_DIR}/packaging/postinst)
 
 install(FILES packaging/harbec-agent.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT agent)
 install(FILES packaging/harbec-agent.service DESTINATION lib/systemd/system COMPONENT agent EXCLUDE_FROM_ALL)
-install(FILES packaging/harbec-agent.default DESTINATION /etc/default RENAME harbec-agent COMPONENT agent
-        EXCLUDE_FROM_ALL)
+install(FILES packaging/agent.conf DESTINATION /etc/harbec COMPONENT agent EXCLUDE_FROM_ALL)
 
 include(CPack)

@@ -55,6 +55,43 @@ TEST(AgentOptions, ConfiguredVlans) {
   std::remove(path.c_str());
 }
 
+// A configuration file sets what the command line leaves; a secret in it,
+// an unknown key or a second vCenter are refused with the line.
+TEST(AgentOptions, ConfigFileUnderTheCommandLine) {
+  const std::string path = testing::TempDir() + "agent.conf";
+  std::ofstream(path) << "bridge_mac = \"00:1c:73:aa:bb:cc\"  # leaf1\ninterfaces = [\"Ethernet1\"]\npoll = 5\n"
+                         "[[vcenter]]\nurl = \"vc.example.com\"\nuser = \"svc\"\npassword_file = \"/etc/vc.pw\"\n"
+                         "reply_timeout = 30\n[vshield]\nurl = \"https://vsm/\"\nuser = \"admin\"\n"
+                         "password_file = \"/etc/vsm.pw\"\n[http]\nlisten = \"127.0.0.1:9870\"\n"
+                         "[configured_vlans]\nEthernet1 = \"untagged,100\"\n";
+  ParsedOptions p = parse({"--config", path.c_str(), "--poll", "2"});
+  ASSERT_EQ(p.error, "");
+  const Options& o = p.options;
+  EXPECT_EQ(o.vcenterUrl, "https://vc.example.com/sdk");
+  EXPECT_EQ(o.vcenterPasswordFile, "/etc/vc.pw");
+  EXPECT_EQ(o.pollEvery, 2) << "the command line wins";
+  EXPECT_EQ(o.replyTimeout, 30);
+  EXPECT_EQ(o.interfaces, std::vector<std::string>{"Ethernet1"});
+  EXPECT_EQ(o.vsmUrl, "https://vsm");
+  EXPECT_EQ(o.listen, "127.0.0.1:9870");
+  EXPECT_EQ(o.configuredVlans, (ConfiguredVlans{{"Ethernet1", "untagged,100"}}));
+
+  const std::pair<const char*, const char*> bad[] = {
+      {"[vcenter]\nurl = \"vc\"\nuser = \"u\"\npassword = \"pw\"\n",
+       ":4: vcenter.password would put a secret in the file: name a file (password_file) or a systemd credential "
+       "(password_credential)"},
+      {"pol = 5\n", ":1: pol is no setting"},
+      {"quiet = \"yes\"\n", ":1: quiet wants true or false"},
+      {"[[vcenter]]\nurl = \"a\"\n[[vcenter]]\nurl = \"b\"\n", ": this agent serves one vCenter; 2 are configured"},
+      {"bridge_mac = \"00:1c:73:aa:bb:cc\"\n", "no vCenter in the configuration "},
+      {"[http\n", "cannot read the configuration "}};
+  for (const auto& [text, error] : bad) {
+    std::ofstream(path) << text;
+    EXPECT_NE(parse({"--config", path.c_str()}).error.find(error), std::string::npos) << text;
+  }
+  std::remove(path.c_str());
+}
+
 TEST(AgentOptions, BadCommandLinesGetOneLineReasons) {
   const std::pair<std::vector<const char*>, std::string> cases[] = {
       {{"--vcenter", "vc", "--user", "u", "--password", "secret"},

@@ -349,6 +349,34 @@ TEST(AgentProgram, HungVshieldManagerDelaysNothingOfVcenter) {
   EXPECT_EQ(agent.stop(SIGINT), "exit 0");
 }
 
+// SIGHUP reads the configuration file again: unchanged, it goes on; with
+// an error, the running one stays; changed, the work starts again with it.
+TEST(AgentProgram, HangUpReadsTheConfigurationAgain) {
+  vcsim::Simulator vc(kUser, kPassword);
+  const std::string conf = testing::TempDir() + "agent-" + std::to_string(getpid()) + ".conf", pw = conf + ".pw";
+  std::ofstream(pw) << kPassword << "\n";
+  const std::string vcenter = "[vcenter]\nurl = \"" + vc.url + "\"\nuser = \"" + kUser + "\"\npassword_file = \"" + pw + "\"\n";
+  std::ofstream(conf) << "quiet = true\n" << vcenter;
+  Running agent({"--config", conf, "--json"}, "");
+  EXPECT_EQ(agent.line(0).find("Ethernet9"), std::string::npos);
+  agent.send(SIGHUP);
+  EXPECT_EQ(agent.errorWith("configuration"), "harbec-agent: the configuration is unchanged");
+  std::ofstream(conf) << "quiet = 1\n" << vcenter;
+  agent.send(SIGHUP);
+  EXPECT_NE(agent.errorWith("configuration").find("was not taken, the running one stays: " + conf + ":1: quiet wants"),
+            std::string::npos);
+  std::ofstream(conf) << "quiet = true\ninterfaces = [\"Ethernet9\"]\n" << vcenter;
+  agent.send(SIGHUP);
+  EXPECT_EQ(agent.errorWith("configuration"),
+            "harbec-agent: the work ended for the new configuration; starting it again");
+  std::string view;
+  for (int i = 0; i < 3 && view.find("\"name\":\"Ethernet9\"") == std::string::npos; ++i) view = agent.line(0);
+  EXPECT_NE(view.find("\"name\":\"Ethernet9\""), std::string::npos) << view;
+  EXPECT_EQ(agent.stop(SIGINT), "exit 0");
+  std::remove(conf.c_str());
+  std::remove(pw.c_str());
+}
+
 // A signal before the first view is a failure, and says so.
 TEST(AgentProgram, SignalBeforeTheFirstViewFails) {
   vcsim::Simulator vc(kUser, kPassword);

@@ -23,10 +23,10 @@ agent=$(ls "$work"/debs/harbec-agent_*.deb)
 expect "$lib" /usr/lib/libHarbec.so.0 /usr/include/harbec/session/HarbecSm.h /usr/lib/cmake/Harbec/HarbecConfig.cmake \
   /usr/lib/pkgconfig/harbec.pc
 expect "$agent" /usr/bin/harbec-agent /usr/libexec/harbec/vcsim /usr/libexec/harbec/vsmstub \
-  /usr/share/man/man1/harbec-agent.1 /usr/lib/systemd/system/harbec-agent.service /etc/default/harbec-agent
+  /usr/share/man/man1/harbec-agent.1 /usr/lib/systemd/system/harbec-agent.service /etc/harbec/agent.conf
 dpkg-deb -f "$agent" Depends | grep -q "libharbec (= " || { echo "the agent does not depend on its library"; exit 1; }
 dpkg-deb -e "$agent" "$work/control"
-grep -qx /etc/default/harbec-agent "$work/control/conffiles" || { echo "the options file is no conffile"; exit 1; }
+grep -qx /etc/harbec/agent.conf "$work/control/conffiles" || { echo "the configuration is no conffile"; exit 1; }
 echo "both packages hold what they should"
 
 root=$work/root
@@ -40,6 +40,9 @@ g++ -o "$work/consumer" "$here/consumer.cpp" $(pkg-config --cflags --libs harbec
 echo "a consumer built with pkg-config against the unpacked library ran"
 "$root/usr/bin/harbec-agent" --help >"$work/help"
 grep -q -- "--listen ADDR:PORT" "$work/help"
+# The configuration as shipped is read, and asks for a vCenter.
+if "$root/usr/bin/harbec-agent" --config "$root/etc/harbec/agent.conf" 2>"$work/err"; then exit 1; fi
+grep -q "no vCenter in the configuration" "$work/err" || { cat "$work/err"; exit 1; }
 
 sed "s|/usr/bin/harbec-agent|$root/usr/bin/harbec-agent|" "$root/usr/lib/systemd/system/harbec-agent.service" \
   >"$work/harbec-agent.service"

@@ -83,6 +83,7 @@ class Running {
       if (l.find(text) != std::string::npos) return l;
     return "";
   }
+  void send(int signal) { kill(pid, signal); }
   std::string stop(int signal) {
     kill(pid, signal);
     std::string end = endOf(pid);
