@@ -82,7 +82,9 @@ int deadPort() {
 
 TEST(AgentProgram, UnreachableVcenterIsRetriedWithBackoffThenGivenUp) {
   std::string url = "https://127.0.0.1:" + std::to_string(deadPort()) + "/sdk";
-  Outcome r = runAgent("--vcenter " + url + " --user u --password-file - --retry-for 2 --once --quiet", "pw\n");
+  // Attempts at 0 and 1 s; the next, 2 s later, would pass the 3 s (a slow
+  // first attempt, as under ThreadSanitizer, leaves room for the second).
+  Outcome r = runAgent("--vcenter " + url + " --user u --password-file - --retry-for 3 --once --quiet", "pw\n");
   EXPECT_EQ(r.status, 1);
   EXPECT_NE(r.err.find(" vCenter not reachable ("), std::string::npos) << r.err;
   EXPECT_NE(r.err.find("); attempt 2 in 1 s\n"), std::string::npos) << r.err;

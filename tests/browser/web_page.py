@@ -11,7 +11,6 @@ import urllib.request
 
 from selenium import webdriver
 from selenium.webdriver.chrome.service import Service
-from selenium.webdriver.common.by import By
 from selenium.webdriver.support.ui import WebDriverWait
 
 page, control, vm_ref, vm_name = sys.argv[1:5]
@@ -26,9 +25,15 @@ driver.set_page_load_timeout(20)
 wait = WebDriverWait(driver, 20)
 
 
+def rows(selector):
+    """The texts of the rows, read in one step: the page redraws them at will."""
+    return driver.execute_script(
+        "return [...document.querySelectorAll(arguments[0])].map(r => r.innerText)", selector)
+
+
 def row_text():
-    rows = [r.text for r in driver.find_elements(By.CSS_SELECTOR, "#interfaces tr") if vm_name in r.text]
-    return rows[0] if rows else ""
+    found = [r for r in rows("#interfaces tr") if vm_name in r]
+    return found[0] if found else ""
 
 
 try:
@@ -41,8 +46,8 @@ try:
     urllib.request.urlopen(request, timeout=10).read()
     wait.until(lambda d: "(off," in row_text())
     # The view may come with an event before the power's own: wait for both.
-    wait.until(lambda d: any(vm_name in r.text for r in d.find_elements(By.CSS_SELECTOR, "#interfaces tr.changed")))
-    wait.until(lambda d: vm_name + " powered off" in d.find_element(By.ID, "changes").text)
+    wait.until(lambda d: any(vm_name in r for r in rows("#interfaces tr.changed")))
+    wait.until(lambda d: any(vm_name + " powered off" in r for r in rows("#changes div")))
     assert driver.execute_script("return window.notReloaded === true"), "the page was not reloaded"
     if screenshot:
         driver.save_screenshot(screenshot)
