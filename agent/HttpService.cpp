@@ -14,6 +14,10 @@ namespace {
 // that went away frees its thread.
 const double kEventWait = 15;
 
+// Each event stream holds a worker for as long as it is open; the
+// library's default of 8 would let eight watchers starve /metrics.
+const size_t kWorkers = 32;
+
 const char kJson[] = "application/json";
 const char kText[] = "text/plain; charset=utf-8";
 
@@ -120,6 +124,7 @@ std::string HttpService::start(const HttpSettings& settings, std::string* error)
     int yes = 1;
     setsockopt(sock, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);
   });
+  impl_->server->new_task_queue = [] { return new httplib::ThreadPool(kWorkers); };
   impl_->server->set_read_timeout(10);
   impl_->server->set_write_timeout(10);
   impl_->routes(settings.token);
