@@ -6,8 +6,11 @@
 #
 #   bench/peers.sh [build-dir]
 #
-# HARBEC_BENCH_LARGE=0 skips the larger inventory; HARBEC_BENCH_LATENCY_SETS
-# sets the number of changes (default 1000, about 4 minutes).
+# HARBEC_BENCH_LARGE=0 skips the larger inventory, whose size
+# HARBEC_BENCH_LARGE_SIZE gives as HOSTSxVMS_PER_HOST (default 4000x12:
+# 4,000 hosts and 48,000 VMs, a reply of about 300 MB; hosts in clusters of
+# 50); HARBEC_BENCH_LATENCY_SETS sets the number of changes (default 1000,
+# about 4 minutes).
 set -euo pipefail
 
 here=$(cd "$(dirname "$0")" && pwd)
@@ -19,7 +22,10 @@ trap 'rm -rf "$work"' EXIT
 cmake --build "$build" -j2 --target FirstSyncBench ChangeLatencyBench >&2
 
 standard="-standalone-host 0 -cluster 4 -host 50 -vm 25"
-large="-standalone-host 0 -cluster 8 -host 50 -vm 25"
+size=${HARBEC_BENCH_LARGE_SIZE:-4000x12}
+hosts=${size%x*}
+per_host=${size#*x}
+large="-standalone-host 0 -cluster $(((hosts + 49) / 50)) -host $((hosts < 50 ? hosts : 50)) -vm $per_host"
 
 run_sync() {  # name, simulator arguments
   echo "first sync: $2" >&2
