@@ -70,6 +70,7 @@ PnicInfo pnicInfo(const EsxHost& host, const Pnic& p) {
   info.uplinkPortKey = p.uplinkPortKey().str();
   info.switchId = p.switchId().str();
   info.switchName = p.dvsName().empty() ? host.vswitch(p.switchId()).str() : p.dvsName().str();
+  info.lag = p.uplinkLag().str();
   info.speedMb = p.linkSpeedMb();
   info.speed = speedText(info.speedMb);
   info.duplex = duplexText(p.duplex());

@@ -22,6 +22,7 @@ struct PnicInfo {
   std::string device, mac, uplinkPortKey;
   std::string switchId;    // the switch it uplinks, as the machines' NICs name it
   std::string switchName;  // "DVS0", "vSwitch0"; empty when on none
+  std::string lag;         // the LACP group its uplink port belongs to, if any
   std::string speed, duplex, link;  // "10G", "full", "up" | "down" | "blocked" | "unknown"
   unsigned speedMb = 0;             // as vCenter reports it; 0 without link
   unsigned mtu = 0;

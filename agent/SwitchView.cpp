@@ -121,7 +121,9 @@ void interfaceText(const InterfaceView& iv, const Snapshot& s, std::string& out)
     out += ", NIC not in the host's configuration\n\n";
     return;
   }
-  out += ", " + linkLine(*iv.pnic) + ", uplink of " + orDash(iv.pnic->switchName) + "\n";
+  out += ", " + linkLine(*iv.pnic) + ", uplink of " + orDash(iv.pnic->switchName);
+  if (!iv.pnic->lag.empty()) out += " in LACP group " + iv.pnic->lag;
+  out += "\n";
   const Neighbour& n = iv.pnic->neighbour;
   if (!n.devId.empty())
     out += "  neighbour announced: " + orDash(n.sysName) + " " + n.port + " (" + n.devId +
@@ -231,7 +233,7 @@ std::string renderJson(const Snapshot& s, bool indent) {
     if (iv.pnic) {
       w.value("link", iv.pnic->link).value("speed", iv.pnic->speed).value("speedMb", iv.pnic->speedMb);
       w.value("duplex", iv.pnic->duplex);
-      w.value("mtu", iv.pnic->mtu).value("vswitch", iv.pnic->switchName);
+      w.value("mtu", iv.pnic->mtu).value("vswitch", iv.pnic->switchName).value("lag", iv.pnic->lag);
       neighbourJson(w, iv.pnic->neighbour);
     }
     w.beginArray("vms");
@@ -258,7 +260,7 @@ std::string renderJson(const Snapshot& s, bool indent) {
     namesJson(w, "interfaces", view, h.ref);
     w.beginArray("nics");
     for (const PnicInfo& p : h.pnics) {
-      w.beginObject().value("device", p.device).value("mac", p.mac).value("vswitch", p.switchName);
+      w.beginObject().value("device", p.device).value("mac", p.mac).value("vswitch", p.switchName).value("lag", p.lag);
       w.value("link", p.link).value("speed", p.speed).value("speedMb", p.speedMb).value("mtu", p.mtu);
       neighbourJson(w, p.neighbour);
       w.endObject();

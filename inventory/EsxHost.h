@@ -7,7 +7,10 @@
 namespace Harbec {
 
 // linkSpeedMb is the link speed as vCenter reports it (0 without link),
-// also for the rates that `speed` has no value for.
+// also for the rates that `speed` has no value for. uplinkLag is the link
+// aggregation group whose port the NIC serves on a distributed switch
+// (empty on a plain uplink): the switch's side of that cable needs the
+// same bundle.
 #define HARBEC_PNIC_ATTRIBUTES(SCALAR, CTOR, VALUES, ENTITIES, QUEUE)                     \
   CTOR(pnicId, PnicId, unsigned char)                                                    \
   SCALAR(macAddress, MacAddress, Kel::String8, Kel::String8())                           \
@@ -33,7 +36,8 @@ namespace Harbec {
   SCALAR(operStatus, OperStatus, Interface::IntfOperStatus, Interface::intfOperStatusUp) \
   SCALAR(linkStatus, LinkStatus, Interface::LinkStatus, Interface::linkStatusUnknown) \
   HARBEC_LINK_FACTS(SCALAR)                                                             \
-  SCALAR(linkSpeedMb, LinkSpeedMb, unsigned, 0)
+  SCALAR(linkSpeedMb, LinkSpeedMb, unsigned, 0)                                          \
+  SCALAR(uplinkLag, UplinkLag, Kel::String8, Kel::String8())
 
 class Pnic : public Kel::Entity {
   KEL_RECORD(Harbec, Pnic, Kel::Entity, HARBEC_PNIC_ATTRIBUTES)

@@ -195,6 +195,7 @@ TEST(AgentProgram, VariedInventoryShownTrue) {
   const std::map<std::string, std::string> speeds = {{"0", ""}, {"1000", "1G"}, {"2500", "2.5G"}, {"10000", "10G"}, {"25000", "25G"}, {"100000", "100G"}};
   // A host that vCenter does not reach has links nobody knows.
   std::multiset<std::string> states;
+  unsigned lags = 0;  // NICs bundled into an LACP group
   for (const auto& h : view["hosts"]) {
     const std::string host = "host " + h["ref"].get<std::string>();
     EXPECT_EQ(h["connection"], facts[host + " connection"]);
@@ -207,8 +208,11 @@ TEST(AgentProgram, VariedInventoryShownTrue) {
       SCOPED_TRACE(id);
       EXPECT_EQ(n["speed"], speeds.at(mb));
       EXPECT_EQ(n["link"], mb == "0" || h["connection"] != "connected" ? "unknown" : "up");
+      EXPECT_EQ(n["lag"], facts[id + " uplinkLag"]);
+      lags += !n["lag"].get<std::string>().empty();
     }
   }
+  EXPECT_GT(lags, 0u);
   EXPECT_EQ(states.count("disconnected"), 1u);
   EXPECT_GT(states.count("maintenance"), 0u);
   // Each interface carries the VLANs of the port groups of the machines

@@ -123,4 +123,31 @@ TEST_F(HostUpdates, WhatVcenterMayLeaveOutKeepsItsValue) {
   }
 }
 
+// The LACP group that owns the NIC's uplink port: its name, its key where
+// vCenter gives no name, none for a plain port; and none once the NIC
+// leaves the distributed switch.
+TEST_F(HostUpdates, LacpGroupOfTheUplinkPort) {
+  struct Case {
+    const char* lagName;  // null: left out
+    const char* lagPort;
+    const char* want;
+  };
+  const Case cases[] = {{"lag1", "16", "lag1"}, {nullptr, "16", "7"}, {"", "16", "7"}, {"lag1", "17", ""}};
+  EsxHost::Ptr host;
+  for (const Case& c : cases) {
+    proxy("dvs-uuid", "vmnic0", {{"16", "lag1-0"}});
+    auto* lag = soap_new_req_ns2__HostProxySwitchHostLagConfig(soap, "7");
+    if (c.lagName) lag->lagName = str(c.lagName);
+    lag->uplinkPort.push_back(soap_new_req_ns2__KeyValue(soap, c.lagPort, "lag1-0"));
+    net->proxySwitch.back()->hostLag.push_back(lag);
+    pnic("vmnic0");
+    apply(ns2__ObjectUpdateKind__enter, "host-1", {network()});
+    host = vi->esxHost("host-1");
+    EXPECT_EQ(host->pnic("vmnic0")->uplinkLag(), c.want) << (c.lagName ? c.lagName : "(none)") << " " << c.lagPort;
+  }
+  pnic("vmnic0");
+  apply(ns2__ObjectUpdateKind__modify, "host-1", {network()});
+  EXPECT_EQ(host->pnic("vmnic0")->uplinkLag(), "");
+}
+
 }  // namespace

@@ -481,6 +481,13 @@ class ns2__HostProxySwitchSpec : public ns2__DynamicData
     ns2__DistributedVirtualSwitchHostMemberBacking *backing;
 };
 
+class ns2__HostProxySwitchHostLagConfig : public ns2__DynamicData
+{ public:
+    std::string                          lagKey;
+    std::string                         *lagName;
+    std::vector<ns2__KeyValue*>          uplinkPort;
+};
+
 class ns2__HostProxySwitch : public ns2__DynamicData
 { public:
     std::string                          dvsUuid;
@@ -488,6 +495,7 @@ class ns2__HostProxySwitch : public ns2__DynamicData
     std::vector<ns2__KeyValue*>          uplinkPort;
     int                                 *mtu;
     ns2__HostProxySwitchSpec            *spec;
+    std::vector<ns2__HostProxySwitchHostLagConfig*> hostLag;
 };
 
 class ns2__HostPortGroupSpec : public ns2__DynamicData

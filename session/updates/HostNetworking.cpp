@@ -30,6 +30,15 @@ ns2__HostVirtualSwitchBondBridge* bondBridge(const ns2__HostVirtualSwitch* vswit
   return dynamic_cast<ns2__HostVirtualSwitchBondBridge*>(vswitch->spec->bridge);
 }
 
+// The link aggregation group that owns an uplink port: its name, or its
+// key where vCenter gives none; empty for a plain uplink.
+std::string lagOf(const ns2__HostProxySwitch* proxy, const std::string& portKey) {
+  for (const ns2__HostProxySwitchHostLagConfig* lag : proxy->hostLag)
+    for (const ns2__KeyValue* port : lag->uplinkPort)
+      if (port->key == portKey) return lag->lagName && !lag->lagName->empty() ? *lag->lagName : lag->lagKey;
+  return std::string();
+}
+
 // A NIC on a distributed switch: the proxy switch names it in its backing.
 bool mapToProxySwitch(ns2__HostNetworkInfo* networkInfo, Pnic::Ptr pnic, const Kel::String8& deviceName) {
   for (ns2__HostProxySwitch* proxy : networkInfo->proxySwitch) {
@@ -57,6 +66,7 @@ bool mapToProxySwitch(ns2__HostNetworkInfo* networkInfo, Pnic::Ptr pnic, const K
         pnic->uplinkNameIs(uplink->value);
         HARBEC_TRACE(8, "uplinkName " << uplink->value);
       }
+      pnic->uplinkLagIs(lagOf(proxy, pnic->uplinkPortKey().str()));
       HARBEC_TRACE(7, "pnic " << deviceName << " mapped to " << pnic->switchId());
       return true;
     }
@@ -79,6 +89,7 @@ bool mapToVswitch(EsxHost::Ptr host, ns2__HostNetworkInfo* networkInfo, Pnic::Pt
       pnic->switchIdIs(Kel::String8(vswitch->key) + host->name());
       if (vswitch->mtu) pnic->mtuIs(static_cast<unsigned>(*vswitch->mtu));
       pnic->uplinkNameIs(Kel::String8());
+      pnic->uplinkLagIs(Kel::String8());
       HARBEC_TRACE(8, "pnic " << deviceName << " mapped to " << pnic->switchId());
       return true;
     }
@@ -124,6 +135,7 @@ void processHostProxySwitch(VI::Ptr, EsxHost::Ptr host, ns2__HostNetworkInfo* ne
   pnic->switchIdIs(Kel::String8());
   pnic->mtuIs(0);
   pnic->uplinkNameIs(Kel::String8());
+  pnic->uplinkLagIs(Kel::String8());
   HARBEC_TRACE(5, "pnic " << deviceName << " not mapped to a switch");
 }
 

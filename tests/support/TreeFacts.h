@@ -76,6 +76,7 @@ inline Lines treeFacts(const VI::Ptr& vi) {
       out.push_back(cat(nic, "mtu ", n->mtu()));
       out.push_back(cat(nic, "uplinkPortKey ", n->uplinkPortKey()));
       out.push_back(cat(nic, "uplinkName ", n->uplinkName()));
+      out.push_back(cat(nic, "uplinkLag ", n->uplinkLag()));
       out.push_back(cat(nic, "dvsName ", n->dvsName()));
     }
     for (auto p = h->portGroupIterator(); p; ++p) {

@@ -380,6 +380,7 @@ func hostFacts(add func(string, ...interface{}), h *simulator.HostSystem, parent
 		add("pnic %s mtu %d", nic, sw.mtu)
 		add("pnic %s uplinkPortKey %s", nic, sw.uplinkPortKey)
 		add("pnic %s uplinkName %s", nic, sw.uplinkName)
+		add("pnic %s uplinkLag %s", nic, sw.lag)
 		add("pnic %s dvsName %s", nic, sw.dvsName)
 	}
 	for _, pg := range net.Portgroup {
@@ -422,6 +423,22 @@ func hostFacts(add func(string, ...interface{}), h *simulator.HostSystem, parent
 	}
 }
 
+// lagOf names the link aggregation group that owns an uplink port: its
+// name, else its key; empty for a plain uplink.
+func lagOf(ps types.HostProxySwitch, port string) string {
+	for _, lag := range ps.HostLag {
+		for _, kv := range lag.UplinkPort {
+			if kv.Key == port {
+				if lag.LagName != "" {
+					return lag.LagName
+				}
+				return lag.LagKey
+			}
+		}
+	}
+	return ""
+}
+
 func gonet(mask string) net.IPMask {
 	ip := net.ParseIP(mask).To4()
 	if ip == nil {
@@ -431,8 +448,8 @@ func gonet(mask string) net.IPMask {
 }
 
 type uplink struct {
-	switchId, uplinkPortKey, uplinkName, dvsName string
-	mtu                                          int32
+	switchId, uplinkPortKey, uplinkName, dvsName, lag string
+	mtu                                               int32
 }
 
 // uplinkOf finds the switch a NIC serves: a distributed switch through the
@@ -453,6 +470,7 @@ func uplinkOf(net *types.HostNetworkInfo, device, hostId string) uplink {
 					u.uplinkName = kv.Value
 				}
 			}
+			u.lag = lagOf(ps, spec.UplinkPortKey)
 			return u
 		}
 	}

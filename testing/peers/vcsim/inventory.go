@@ -183,6 +183,10 @@ func (s *Simulator) completeSwitch(dvs *simulator.DistributedVirtualSwitch) {
 		cfg.NumStandalonePorts = 0
 		cfg.UplinkPortPolicy = &types.DVSNameArrayUplinkPortPolicy{UplinkPortName: []string{uplinkName}}
 		cfg.UplinkPortgroup = nil
+		if s.cfg.Variety {
+			cfg.LacpApiVersion = string(types.VMwareDvsLacpApiVersionMultipleLag)
+			cfg.LacpGroupConfig = []types.VMwareDvsLacpGroupConfig{lacpGroup}
+		}
 		s.ports.register(uuid)
 
 		vlan := int32(firstVlan)
@@ -273,6 +277,11 @@ func (s *Simulator) attachUplink(host *simulator.HostSystem, dvs *simulator.Dist
 			}
 		}
 		key := s.ports.alloc(uuid)
+		uplinks := []types.KeyValue{{Key: key, Value: uplinkName}}
+		var lags []types.HostProxySwitchHostLagConfig
+		if s.cfg.Variety && onLag(host.Self) {
+			key, uplinks, lags = s.lagPorts(uuid, uplinks)
+		}
 		ps := types.HostProxySwitch{
 			DvsUuid:           uuid,
 			DvsName:           name,
@@ -280,7 +289,8 @@ func (s *Simulator) attachUplink(host *simulator.HostSystem, dvs *simulator.Dist
 			NumPorts:          portsPerSwitch,
 			ConfigNumPorts:    portsPerSwitch,
 			NumPortsAvailable: portsPerSwitch - 1,
-			UplinkPort:        []types.KeyValue{{Key: key, Value: uplinkName}},
+			UplinkPort:        uplinks,
+			HostLag:           lags,
 			Mtu:               proxyMtu(s.cfg.Variety, len(host.Self.Value)),
 			Pnic:              []string{"key-vim.host.PhysicalNic-" + uplinkDevice},
 			Spec: types.HostProxySwitchSpec{

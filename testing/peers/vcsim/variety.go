@@ -17,7 +17,9 @@ import (
 // VMkernel NIC, machine cards of three classes, fault-tolerant machines,
 // distributed port groups with trunk and PVLAN policies, and per
 // datacenter a standalone host in a nested host folder whose machines
-// stand in nested VM folders.
+// stand in nested VM folders. Hosts with an even reference number serve
+// their distributed switch through an LACP group, the others through a
+// plain uplink.
 
 const (
 	storageDevice = "vmnic2" // on the second standard switch
@@ -129,6 +131,28 @@ func proxyMtu(variety bool, refLength int) int32 {
 		return 0
 	}
 	return 1500
+}
+
+// The variety's distributed switches have one LACP group of two ports;
+// hosts with an even reference number bundle their uplink NIC into it.
+var lacpGroup = types.VMwareDvsLacpGroupConfig{
+	Key: "1", Name: "lag1", Mode: string(types.VMwareUplinkLacpModeActive), UplinkNum: 2,
+	LoadbalanceAlgorithm: string(types.VMwareDvsLacpLoadBalanceAlgorithmSrcDestIpTcpUdpPortVlan),
+	UplinkName:           []string{"lag1-0", "lag1-1"},
+}
+
+func onLag(host types.ManagedObjectReference) bool { return refNumber(host.Value)%2 == 0 }
+
+// lagPorts gives a host's proxy switch the group's uplink ports beside its
+// plain ones, and returns the first of them, which the NIC then serves.
+func (s *Simulator) lagPorts(uuid string, uplinks []types.KeyValue) (string, []types.KeyValue, []types.HostProxySwitchHostLagConfig) {
+	lag := types.HostProxySwitchHostLagConfig{LagKey: lacpGroup.Key, LagName: lacpGroup.Name}
+	for _, name := range lacpGroup.UplinkName {
+		port := types.KeyValue{Key: s.ports.alloc(uuid), Value: name}
+		lag.UplinkPort = append(lag.UplinkPort, port)
+		uplinks = append(uplinks, port)
+	}
+	return lag.UplinkPort[0].Key, uplinks, []types.HostProxySwitchHostLagConfig{lag}
 }
 
 // addHostStates gives the inventory what real ones have beside running
