@@ -171,7 +171,8 @@ std::string renderText(const Snapshot& s) {
   out += "\n";
   rows.clear();
   for (const VmInfo* v : view.unreachedVms)
-    rows.push_back({orDash(v->name), v->ref, "host " + orDash(hostLabel(v->hostRef, s)),
+    // A machine that names no host: vCenter lost it or never placed it.
+    rows.push_back({orDash(v->name), v->ref, v->hostRef.empty() ? "host unknown" : "host " + hostLabel(v->hostRef, s),
                     v->isTemplate ? "template" : "powered " + powerWord(*v)});
   out += table(rows, "  ");
 

@@ -267,6 +267,18 @@ TEST(AgentProgram, VariedInventoryShownTrue) {
   }
   EXPECT_GT(opaque, 0u);
   EXPECT_GT(templates, 0u);
+  // Every machine is shown: templates, machines without a host, and those
+  // that vCenter files in a vApp alone.
+  std::set<std::string> want, shown;
+  for (const auto& [fact, value] : facts)
+    if (fact.rfind("vm ", 0) == 0 && fact.size() > 5 && fact.compare(fact.size() - 5, 5, " name") == 0 &&
+        value != "VMKernel")
+      want.insert(fact.substr(3, fact.size() - 8));
+  for (const auto& vm : view["vms"]) shown.insert(vm["ref"].get<std::string>());
+  EXPECT_EQ(shown, want);
+  unsigned inVApp = 0;
+  for (const auto& vm : view["vms"]) inVApp += vm["name"].get<std::string>().find("_vapp_") != std::string::npos;
+  EXPECT_EQ(inVApp, 2u);
   for (size_t i = 0; i < 3; ++i) EXPECT_EQ(linkOfPort[cards[i].key], portStates[i].second) << cards[i].key;
   for (const auto& [port, link] : linkOfPort) {
     if (port != cards[0].key && port != cards[2].key) {
@@ -275,7 +287,6 @@ TEST(AgentProgram, VariedInventoryShownTrue) {
   }
   for (const std::string& dvs : peer::values(vc.call("GET", "/calls?method=FetchDVPorts"), "value"))
     EXPECT_EQ(dvs, "dvs-9") << "the counters' road names the switch";
-
 }
 
 TEST(AgentProgram, DemoShowsWhatStandsBehindTheSwitch) {

@@ -169,10 +169,6 @@ TEST(AgentView, InterfacesCarryTheMachinesOfTheirUplinksSwitch) {
   EXPECT_EQ(s.segments[0].multicast, "239.1.1.1");
 }
 
-// Any rate by its raw figure; a PVLAN carries its primary and secondary; a
-// card on an opaque network has VLANs nobody knows, and says so; the link
-// is the port's own unless it is blocked, and a policy of false blocks
-// nothing.
 // Where the operator told what an interface carries today: what it lacks
 // and what nobody behind it needs; an empty list carries nothing.
 TEST(AgentView, ConfiguredVlansAgainstTheNeededOnes) {
@@ -195,6 +191,10 @@ TEST(AgentView, ConfiguredVlansAgainstTheNeededOnes) {
   EXPECT_EQ(json.find("configuredVlans", json.find("Ethernet9")), std::string::npos) << "only where told";
 }
 
+// Any rate by its raw figure; a PVLAN carries its primary and secondary; a
+// card on an opaque network has VLANs nobody knows, and says so; the link
+// is the port's own unless it is blocked, and a policy of false blocks
+// nothing.
 TEST(AgentView, RatesPvlansUnknownNetworksAndBlockedPorts) {
   const std::vector<std::pair<unsigned, std::string>> rates = {
       {0, ""}, {100, "100M"}, {1000, "1G"}, {1250, "1.25G"}, {2500, "2.5G"}, {25000, "25G"}, {400000, "400G"}};
@@ -234,10 +234,16 @@ TEST(AgentView, RatesPvlansUnknownNetworksAndBlockedPorts) {
     EXPECT_NE(json.find(part), std::string::npos) << part << "\n---\n" << json;
 }
 
+// A NIC bundled into an LACP group says so; a machine that names no host
+// is on an unknown host.
 TEST(AgentView, TextNamesHostsMachinesVlansAndSegments) {
   Trees trees;
+  trees.vi->esxHost("host-1")->pnic("vmnic1")->uplinkLagIs("lag1");
+  machine(trees.vi, "vm-5", "orphan", "", false);
   std::string text = renderText(trees.snapshot());
-  for (const char* part : {"Interface Ethernet1 -> host esx-a (host-1) vmnic1, link up 10G full, uplink of DVS0",
+  for (const char* part : {"Interface Ethernet1 -> host esx-a (host-1) vmnic1, link up 10G full, uplink of DVS0 in "
+                           "LACP group lag1\n",
+                           "orphan  vm-5  host unknown  powered off",
                            "neighbour announced: leaf1 Ethernet1 (00:1c:73:aa:bb:cc)",
                            "db1   off    to esx-b", "VLANs to carry: 100,200-210", "VLANs to carry: untagged",
                            "Interface Ethernet9: no host found behind it", "Hosts no interface reaches:\n  esx-b",

@@ -50,19 +50,24 @@ inline std::string createFilterBody(const std::string& collector, const std::str
     return s + "</selectSet>";
   };
   return "<CreateFilter><_this type=\"PropertyCollector\">" + collector + "</_this><spec>" +
-         props("VmwareDistributedVirtualSwitch", {"name", "uuid"}) +
-         props("VirtualMachine", {"name", "runtime.powerState", "config.hardware", "runtime.host", "config.ftInfo"}) +
-         props("HostSystem", {"name", "config.network", "configManager.networkSystem", "parent", "hardware"}) +
+         props("VmwareDistributedVirtualSwitch", {"name", "uuid", "config.pvlanConfig"}) +
+         props("VirtualMachine",
+               {"name", "runtime.powerState", "config.hardware", "runtime.host", "config.ftInfo", "config.template"}) +
+         props("HostSystem", {"name", "config.network", "configManager.networkSystem", "parent", "hardware",
+                              "runtime.connectionState", "runtime.inMaintenanceMode"}) +
          props("DistributedVirtualPortgroup", {"name", "config"}) + props("Datacenter", {"name", "hostFolder"}) +
          props("ComputeResource", {"parent"}) + "<objectSet><obj type=\"Folder\">" + rootFolder +
          "</obj><skip>false</skip>" +
          traversal("folderTravSpec", "Folder", "childEntity",
-                   {"dcVMTravSpec", "dcHostTravSpec", "folderTravSpec", "dcNwFolderTravSpec", "compResHostTravSpec"}) +
+                   {"dcVMTravSpec", "dcHostTravSpec", "folderTravSpec", "dcNwFolderTravSpec", "compResHostTravSpec",
+                    "vAppVmTravSpec", "vAppChildTravSpec"}) +
          traversal("dcVMTravSpec", "Datacenter", "vmFolder", {"folderTravSpec"}) +
          traversal("dcNwFolderTravSpec", "Datacenter", "networkFolder", {"folderTravSpec"}) +
          traversal("dcHostTravSpec", "Datacenter", "hostFolder", {"folderTravSpec"}) +
          traversal("compResHostTravSpec", "ComputeResource", "host", {}) +
          traversal("clusterCompResHostTravSpec", "ClusterComputeResource", "host", {}) +
+         traversal("vAppVmTravSpec", "VirtualApp", "vm", {}) +
+         traversal("vAppChildTravSpec", "VirtualApp", "resourcePool", {"vAppVmTravSpec", "vAppChildTravSpec"}) +
          "</objectSet></spec><partialUpdates>false</partialUpdates></CreateFilter>";
 }
 

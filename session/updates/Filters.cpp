@@ -63,6 +63,10 @@ void createPropFilter(Kel::Ptr<HarbecSm> sm) {
   // Prepared with its selection and deliberately never sent: networks are
   // reached through the network folder.
   Traversal dcNwTravSpec("dcNwTravSpec", "Datacenter", "network");
+  // vCenter files a vApp's machines in the vApp alone, in no folder, and
+  // a vApp nested in another among the other's resource pools.
+  Traversal vAppVmTravSpec("vAppVmTravSpec", "VirtualApp", "vm");
+  Traversal vAppChildTravSpec("vAppChildTravSpec", "VirtualApp", "resourcePool");
 
   SelectionByName folderSel("folderTravSpec");
   SelectionByName dcVMSel("dcVMTravSpec");
@@ -70,9 +74,13 @@ void createPropFilter(Kel::Ptr<HarbecSm> sm) {
   SelectionByName dcHostSel("dcHostTravSpec");
   SelectionByName compResHostSel("compResHostTravSpec");
   SelectionByName dcNwSel("dcNwTravSpec");
+  SelectionByName vAppVmSel("vAppVmTravSpec");
+  SelectionByName vAppChildSel("vAppChildTravSpec");
 
   // Clusters are reached through the object spec's own list alone.
-  folderTravSpec.selectSet = {&dcVMSel, &dcHostSel, &folderSel, &dcNwFolderSel, &compResHostSel};
+  folderTravSpec.selectSet = {&dcVMSel, &dcHostSel, &folderSel, &dcNwFolderSel, &compResHostSel, &vAppVmSel,
+                              &vAppChildSel};
+  vAppChildTravSpec.selectSet = {&vAppVmSel, &vAppChildSel};
   dcVMTravSpec.selectSet = {&folderSel};
   dcNwFolderTravSpec.selectSet = {&folderSel};
   dcHostTravSpec.selectSet = {&folderSel};
@@ -80,8 +88,9 @@ void createPropFilter(Kel::Ptr<HarbecSm> sm) {
   ns2__ObjectSpec objectSpec;
   objectSpec.obj = &rootFolderRef;
   objectSpec.skip = &xsd_false;
-  objectSpec.selectSet = {&folderTravSpec,    &dcVMTravSpec,        &dcNwFolderTravSpec,
-                          &dcHostTravSpec,    &compResHostTravSpec, &clusterCompResHostTravSpec};
+  objectSpec.selectSet = {&folderTravSpec,      &dcVMTravSpec,        &dcNwFolderTravSpec,
+                          &dcHostTravSpec,      &compResHostTravSpec, &clusterCompResHostTravSpec,
+                          &vAppVmTravSpec,      &vAppChildTravSpec};
 
   // A switch's PVLAN map comes with it: PVLAN port groups name only their
   // secondary VLAN.

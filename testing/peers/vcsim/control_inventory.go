@@ -475,17 +475,8 @@ func (s *Simulator) migrateVM(ctx context.Context, value, hostValue string) erro
 	if datacenterOf(vm.Self) != datacenterOf(host.Self) {
 		return conflictError{"the host is in another datacenter"}
 	}
-	var pool *types.ManagedObjectReference
-	simulator.Map.WithLock(host, func() {
-		switch cr := simulator.Map.Get(*host.Parent).(type) {
-		case *mo.ComputeResource:
-			pool = cr.ResourcePool
-		case *simulator.ClusterComputeResource:
-			pool = cr.ResourcePool
-		}
-	})
 	hostRef := host.Self
-	spec := types.VirtualMachineRelocateSpec{Host: &hostRef, Pool: pool}
+	spec := types.VirtualMachineRelocateSpec{Host: &hostRef, Pool: poolOf(host)}
 	_, err = waitTask(object.NewVirtualMachine(s.vim, vm.Self).Relocate(ctx, spec, types.VirtualMachineMovePriorityDefaultPriority))
 	return err
 }

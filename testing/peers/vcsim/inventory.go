@@ -111,6 +111,9 @@ func (s *Simulator) buildInventory() error {
 			if err := s.addNestedHost(ctx, e.(*simulator.Datacenter), cfg.VMsPerHost); err != nil {
 				return fmt.Errorf("nested host: %w", err)
 			}
+			if err := s.addVApps(ctx, e.(*simulator.Datacenter)); err != nil {
+				return fmt.Errorf("vApps: %w", err)
+			}
 		}
 		if err := s.addHostStates(ctx); err != nil {
 			return err
@@ -417,15 +420,7 @@ func (s *Simulator) createVMIn(ctx context.Context, name string, hostRef types.M
 		DeviceChange: changes,
 	}
 
-	var poolRef *types.ManagedObjectReference
-	simulator.Map.WithLock(host, func() {
-		if cr, ok := simulator.Map.Get(*host.Parent).(*mo.ComputeResource); ok {
-			poolRef = cr.ResourcePool
-		}
-		if cl, ok := simulator.Map.Get(*host.Parent).(*simulator.ClusterComputeResource); ok {
-			poolRef = cl.ResourcePool
-		}
-	})
+	poolRef := poolOf(host)
 	if poolRef == nil {
 		return none, fmt.Errorf("host %s has no resource pool", hostRef.Value)
 	}
@@ -449,6 +444,21 @@ func (s *Simulator) createVMIn(ctx context.Context, name string, hostRef types.M
 		}
 	}
 	return ref, nil
+}
+
+// poolOf is the root resource pool of a host's compute resource; nil if
+// it has none.
+func poolOf(host *simulator.HostSystem) *types.ManagedObjectReference {
+	var pool *types.ManagedObjectReference
+	simulator.Map.WithLock(host, func() {
+		switch cr := simulator.Map.Get(*host.Parent).(type) {
+		case *mo.ComputeResource:
+			pool = cr.ResourcePool
+		case *simulator.ClusterComputeResource:
+			pool = cr.ResourcePool
+		}
+	})
+	return pool
 }
 
 // datacenterOf walks up from an entity to its datacenter; the zero

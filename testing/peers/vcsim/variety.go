@@ -199,6 +199,67 @@ func (s *Simulator) addHostStates(ctx context.Context) error {
 	return nil
 }
 
+// addVApps gives a datacenter a vApp, filed as vCenter files one, not as
+// the simulator does: the vApp in the VM folder, its two machines in the
+// vApp alone, in no folder, on the first host of the datacenter on a
+// distributed switch. No vApp nests in another: the simulator's property
+// collector cannot follow a vApp's resourcePool, where vCenter lists them.
+func (s *Simulator) addVApps(ctx context.Context, dc *simulator.Datacenter) error {
+	var host *simulator.HostSystem
+	for _, e := range sortedEntities("HostSystem") {
+		h := e.(*simulator.HostSystem)
+		if datacenterOf(h.Self) == dc.Self && len(switchesOfHost(h.Self)) > 0 {
+			host = h
+			break
+		}
+	}
+	if host == nil {
+		return nil // no distributed switch in this datacenter
+	}
+	pool := poolOf(host)
+	if pool == nil {
+		return fmt.Errorf("host %s has no resource pool", host.Self.Value)
+	}
+	var vmFolder types.ManagedObjectReference
+	var dcName string
+	simulator.Map.WithLock(dc, func() { vmFolder, dcName = dc.VmFolder, dc.Name })
+	app, err := object.NewResourcePool(s.vim, *pool).CreateVApp(ctx, dcName+"_vapp", types.DefaultResourceConfigSpec(),
+		types.VAppConfigSpec{}, object.NewFolder(s.vim, vmFolder))
+	if err != nil {
+		return err
+	}
+	folder := simulator.Map.Get(vmFolder).(*simulator.Folder)
+	simulator.Map.AppendReference(folder, &folder.ChildEntity, app.Reference())
+	for i := 0; i < 2; i++ {
+		ref, err := s.createVMIn(ctx, fmt.Sprintf("%s_vapp_VM%d", dcName, i), host.Self, nil, true,
+			types.ManagedObjectReference{}, i)
+		if err != nil {
+			return err
+		}
+		fileInVApp(simulator.Map.Get(ref).(*simulator.VirtualMachine), app.Reference())
+	}
+	return nil
+}
+
+// fileInVApp moves a machine from its folder and resource pool into a
+// vApp. The simulator walks an entity's parents to find its datacenter,
+// so the machine's parent is the vApp where vCenter would leave it unset.
+func fileInVApp(vm *simulator.VirtualMachine, app types.ManagedObjectReference) {
+	var folder, pool types.ManagedObjectReference
+	simulator.Map.WithLock(vm, func() {
+		folder, pool = *vm.Parent, *vm.ResourcePool
+		vm.Parent, vm.ParentVApp, vm.ResourcePool = &app, &app, &app
+	})
+	if f, ok := simulator.Map.Get(folder).(*simulator.Folder); ok {
+		simulator.Map.RemoveReference(f, &f.ChildEntity, vm.Self)
+	}
+	if p, ok := simulator.Map.Get(pool).(*simulator.ResourcePool); ok {
+		simulator.Map.RemoveReference(p, &p.Vm, vm.Self)
+	}
+	a := simulator.Map.Get(app).(*simulator.VirtualApp)
+	simulator.Map.AppendReference(a, &a.Vm, vm.Self)
+}
+
 // addOpaqueCard gives a machine a second card, on an NSX opaque network.
 func addOpaqueCard(vm *simulator.VirtualMachine, networkId string) {
 	card := &types.VirtualVmxnet3{VirtualVmxnet: types.VirtualVmxnet{VirtualEthernetCard: types.VirtualEthernetCard{
