@@ -16,7 +16,7 @@ const Family kFamilies[] = {
     {"harbec_up", "gauge", "1 while the agent's work runs"},
     {"harbec_view_ready", "gauge", "1 once the first view has been made"},
     {"harbec_first_sync_seconds", "gauge", "Seconds from the start of the work to the first full inventory"},
-    {"harbec_sync_objects", "gauge", "Objects received so far in the first sync (hosts and VMs)"},
+    {"harbec_sync_objects", "gauge", "Objects of the first sync received so far, counted as its reply is read"},
     {"harbec_objects", "gauge", "Objects in the view, by kind"},
     {"harbec_view_changes_total", "counter", "Changes of the view, as the live mode prints them"},
     {"harbec_exchanges_total", "counter", "Requests carried out, by peer, kind and result"},

@@ -21,6 +21,7 @@
 #include "agent/ServiceManager.h"
 #include "agent/Supervisor.h"
 #include "agent/SwitchView.h"
+#include "agent/SyncProgress.h"
 #include "session/HarbecSm.h"
 #include "vshield/VmwareVsSm.h"
 
@@ -145,7 +146,7 @@ struct HostAgent::Impl {
     return words.empty() ? "no words recorded" : words;
   }
   bool connect(VcSession& s, std::string* error);
-  bool waitForSync(const std::string& loop, std::string* error);
+  bool waitForSync(const std::string& loop, SyncProgress& progress, std::string* error);
   void addInterfaces();
   bool discoverInterfaces();
   std::vector<std::string> postRound(bool firstRound);
@@ -251,13 +252,17 @@ bool HostAgent::Impl::connect(VcSession& s, std::string* error) {
   }
 }
 
-bool HostAgent::Impl::waitForSync(const std::string& loop, std::string* error) {
+bool HostAgent::Impl::waitForSync(const std::string& loop, SyncProgress& progress, std::string* error) {
   double deadline = now() + kSyncTimeout;
   while (now() < deadline) {
     {
       Kel::ActivityLockAnchor lock;
-      if (vi->initialWaitForUpdate()) return true;
+      if (vi->initialWaitForUpdate()) {
+        progress.done();
+        return true;
+      }
     }
+    progress.look();
     if (served.has(loop)) {
       {
         Kel::ActivityLockAnchor lock;
@@ -527,10 +532,12 @@ int HostAgent::run() {
     a.say("harbec-agent: " + error);
     return 1;
   }
+  SyncProgress progress([&a](const std::string& line) { a.say(clock() + " " + line); },
+                        [&a](double objects) { a.gauge("harbec_sync_objects", "", objects); });
   CheckForUpdatesRequest::Ptr wait = checkForUpdatesRequestFactory(a.fresh("updates"));
   wait->blockIs(true);
   std::string loop = a.post(a.update, wait);
-  if (!a.waitForSync(loop, &error)) {
+  if (!a.waitForSync(loop, progress, &error)) {
     a.say("harbec-agent: " + error);
     return 1;
   }

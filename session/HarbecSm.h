@@ -93,6 +93,10 @@ HarbecSm::Ptr harbecSmFactory(const SoapStatus::Ptr& soapStatus, const SessionSt
                               Kel::String8 instance, const ViConfig::PtrConst& viConfig, const VI::Ptr& vi,
                               bool exitOnConnectionError);
 
+// Object updates read from vCenter so far by this process, counted while
+// their reply is still being read: the progress of a long first sync.
+uint64_t objectUpdatesReceived();
+
 // Ends the server session of the last login; the gSOAP status, 0 on
 // success. Nothing in the session calls it: sessions are left to expire.
 int logout(VimBinding* vim);

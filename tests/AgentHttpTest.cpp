@@ -142,6 +142,35 @@ TEST(AgentHttp, ServesTheViewItsChangesMetricsAndHealthToTokenHolders) {
   std::remove(tokenFile.c_str());
 }
 
+// A first sync whose reply comes slowly tells its progress: the objects
+// read so far in /metrics while the view is not ready, and lines on
+// standard error, the last when it is complete.
+TEST(AgentHttp, SlowFirstSyncShowsItsProgress) {
+  CabledSimulator sim;
+  sim.vc.spoil("WaitForUpdates", "trickle", R"("bytesPerSecond":30000,"chunk":1000)");
+  Running agent(sim.agentArgs({}), "vmware\n");
+  httplib::Client c = client(servedAt(agent));
+  auto objects = [](const std::string& metrics) {
+    size_t at = metrics.find("\nharbec_sync_objects ");
+    return at == std::string::npos ? 0.0 : std::stod(metrics.substr(at + 21));
+  };
+  double before = 0;
+  for (int i = 0; i < 400 && before == 0; ++i, usleep(50000)) {
+    auto r = c.Get("/metrics");
+    if (r && c.Get("/readyz")->status == 503) before = objects(r->body);
+  }
+  EXPECT_GT(before, 0) << "objects counted while the reply was read";
+  const std::string line = agent.errorWith("first sync: ");
+  EXPECT_NE(line.find(" objects received in "), std::string::npos) << line;
+  const std::string last = agent.errorWith(", complete");
+  ASSERT_TRUE(ready(c)) << last;
+  const double all = objects(c.Get("/metrics")->body);
+  EXPECT_GT(all, before);
+  EXPECT_NE(last.find("first sync: " + std::to_string(static_cast<long>(all)) + " objects received in "),
+            std::string::npos) << last;
+  EXPECT_EQ(agent.stop(SIGTERM), "exit 0");
+}
+
 TEST(AgentHttp, WebPageFollowsAChangeInABrowser) {
   if (access("/usr/bin/chromium", X_OK) != 0 || access("/usr/bin/chromedriver", X_OK) != 0)
     GTEST_SKIP() << "no chromium and chromedriver";

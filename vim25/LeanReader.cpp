@@ -2,7 +2,11 @@
 
 #include <string>
 
+#include "ReadCount.h"
+
 namespace Vim25 {
+
+std::atomic<uint64_t> objectUpdatesRead{0};
 
 char* stringIn(struct soap* soap, int flag, long minlen, long maxlen, const char* pattern) {
   thread_local std::string scratch;

@@ -14,6 +14,9 @@
 //    the catch-all declines and the child is skipped like the others. A
 //    value of an unknown class, read as xsd__anyType itself under its own
 //    tag, still keeps its content in __item.
+//  - Each object update is counted as it is made: the first update set of
+//    a large inventory is one reply read for many seconds, and the count is
+//    its progress.
 //  - The std::string reader reads each text into the context's memory and
 //    copies it into the string; the first copy would stay until soap_end.
 //    It is handed over from a scratch buffer instead, and the context's copy
@@ -21,13 +24,18 @@
 #pragma once
 #include <cstring>
 #include <new>
+#include <type_traits>
 
+#include "ReadCount.h"
 #include "SoapArena.h"
+
+class ns2__ObjectUpdate;
 
 namespace Vim25 {
 
 template <class T>
 T* arenaNew(struct soap* soap) {
+  if constexpr (std::is_same<T, ns2__ObjectUpdate>::value) countObjectUpdate();
   if (SoapArena* arena = arenaOf(soap))
     if (void* at = arena->allocate(sizeof(T))) return new (at) T;
   return new (std::nothrow) T;

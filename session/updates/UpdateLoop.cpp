@@ -10,6 +10,7 @@
 #include "session/HarbecSmInternal.h"
 #include "session/connection/Exchange.h"
 #include "session/updates/UpdateHandlers.h"
+#include "vim25/ReadCount.h"
 
 namespace Harbec {
 
@@ -134,5 +135,7 @@ void processUpdateSet(Kel::Ptr<HarbecSm> sm, ns2__UpdateSet* set) {
   vi->initialWaitForUpdateIs(true);
   sm->versionIs(set->version);
 }
+
+uint64_t objectUpdatesReceived() { return Vim25::objectUpdatesRead.load(std::memory_order_relaxed); }
 
 }  // namespace Harbec

@@ -54,6 +54,7 @@ type FaultRule struct {
 	Reset bool `json:"reset,omitempty"`
 
 	BytesPerSecond int    `json:"bytesPerSecond,omitempty"` // "trickle"
+	Chunk          int    `json:"chunk,omitempty"`          // "trickle": bytes per write (default 1)
 	Bytes          int64  `json:"bytes,omitempty"`          // "huge"
 	Status         int    `json:"status,omitempty"`         // "status"
 	Body           string `json:"body,omitempty"`           // "replace": the inside of soapenv:Body
@@ -113,6 +114,9 @@ func (t *faultTable) add(rule FaultRule) (FaultRule, error) {
 	case faultTrickle:
 		if rule.BytesPerSecond <= 0 {
 			rule.BytesPerSecond = 1
+		}
+		if rule.Chunk <= 0 {
+			rule.Chunk = 1
 		}
 	case faultHuge:
 		if rule.Bytes <= 0 {

@@ -71,10 +71,14 @@ func (s *Simulator) deliver(w http.ResponseWriter, rec *recorder, rule *FaultRul
 		w.Header().Set("Content-Length", strconv.Itoa(len(body)))
 		w.WriteHeader(rec.code)
 		flusher, _ := w.(http.Flusher)
-		tick := time.NewTicker(time.Second / time.Duration(rule.BytesPerSecond))
+		tick := time.NewTicker(time.Second * time.Duration(rule.Chunk) / time.Duration(rule.BytesPerSecond))
 		defer tick.Stop()
-		for i := 0; i < len(body); i++ {
-			if _, err := w.Write(body[i : i+1]); err != nil {
+		for i := 0; i < len(body); i += rule.Chunk {
+			end := i + rule.Chunk
+			if end > len(body) {
+				end = len(body)
+			}
+			if _, err := w.Write(body[i:end]); err != nil {
 				return
 			}
 			if flusher != nil {
