@@ -28,6 +28,7 @@ std::vector<Setting> settingsOf(Options& o) {
       {"", "retry_for", Kind::number, &o.retryFor},
       {"", "connect_timeout", Kind::number, &o.connectTimeout},
       {"", "quiet", Kind::flag, &o.quiet},
+      {"vcenter", "name", Kind::text, &o.vcenterName},
       {"vcenter", "url", Kind::text, &o.vcenterUrl},
       {"vcenter", "user", Kind::text, &o.vcenterUser},
       {"vcenter", "password", Kind::secret, &o.vcenterPasswordFile},
@@ -100,6 +101,7 @@ std::string readTable(const toml::table& t, const std::string& table, const std:
   for (const auto& [k, value] : t) {
     const std::string key(k.str()), name = table.empty() ? key : table + "." + key;
     if (table.empty() && std::find(std::begin(kSections), std::end(kSections), key) != std::end(kSections)) continue;
+    if (table == "vcenter" && key == "vshield") continue;  // its own vShield Manager, read apart
     const Setting* found = nullptr;
     bool secretInline = false;
     for (const Setting& s : settings) {
@@ -125,6 +127,36 @@ const toml::table* section(const toml::table& root, const char* key, const std::
   return n->as_table();
 }
 
+// [vcenter], or [[vcenter]] up to kMaxVcenters, each with a name of its
+// own when there are several. *one is the table that this process serves:
+// the one named o->vcenterName, the only one, or none of several (their
+// names go to o->vcenterNames).
+constexpr size_t kMaxVcenters = 8;
+std::string chooseVcenter(const toml::node& vc, const std::string& path, Options* o, const toml::table** one) {
+  const toml::array* all = vc.as_array();
+  if (!all) {
+    *one = vc.as_table();
+    return *one ? "" : where(vc, path) + ": vcenter wants a table";
+  }
+  if (all->empty() || all->size() > kMaxVcenters)
+    return where(vc, path) + ": between 1 and " + std::to_string(kMaxVcenters) + " vCenters, not " +
+           std::to_string(all->size());
+  std::vector<std::string> names;
+  for (const toml::node& entry : *all) {
+    const toml::table* t = entry.as_table();
+    if (!t) return where(entry, path) + ": vcenter wants a table";
+    const std::string name = t->get("name") ? t->get("name")->value_or(std::string()) : std::string();
+    if (all->size() > 1 && name.empty()) return where(entry, path) + ": each of several vCenters needs a name";
+    if (std::find(names.begin(), names.end(), name) != names.end())
+      return where(entry, path) + ": a second vCenter named " + name;
+    names.push_back(name);
+    if (all->size() == 1 || name == o->vcenterName) *one = t;
+  }
+  if (!o->vcenterName.empty() && !*one) return path + ": no vCenter named " + o->vcenterName;
+  if (names.size() > 1) o->vcenterNames = names;
+  return "";
+}
+
 }  // namespace
 
 std::string readConfigFile(const std::string& path, Options* o) {
@@ -137,14 +169,16 @@ std::string readConfigFile(const std::string& path, Options* o) {
   }
   const std::vector<Setting> settings = settingsOf(*o);
   std::string error = readTable(root, "", settings, path);
-  // [vcenter], or one [[vcenter]].
   if (const toml::node* vc = root.get("vcenter"); vc && error.empty()) {
-    const toml::array* all = vc->as_array();
-    const toml::table* one = all && all->size() == 1 ? all->get(0)->as_table() : vc->as_table();
-    if (all && all->size() != 1)
-      return where(*vc, path) + ": this agent serves one vCenter; " + std::to_string(all->size()) + " are configured";
-    if (!one) return where(*vc, path) + ": vcenter wants a table";
-    error = readTable(*one, "vcenter", settings, path);
+    const toml::table* one = nullptr;
+    error = chooseVcenter(*vc, path, o, &one);
+    if (one && error.empty()) error = readTable(*one, "vcenter", settings, path);
+    // With several vCenters, each names the vShield Manager that goes with
+    // it: [vcenter.vshield] under its [[vcenter]].
+    if (const toml::table* vs = one && error.empty() ? section(*one, "vshield", path, &error) : nullptr)
+      error = readTable(*vs, "vshield", settings, path);
+    if (const toml::node* top = root.get("vshield"); top && vc->as_array() && vc->as_array()->size() > 1)
+      return where(*top, path) + ": with several vCenters, give each its vShield Manager as [vcenter.vshield]";
   }
   for (const char* key : {"vshield", "http"})
     if (const toml::table* t = error.empty() ? section(root, key, path, &error) : nullptr; t && error.empty())

@@ -4,7 +4,7 @@
 // credentials (files in $CREDENTIALS_DIRECTORY).
 //
 //   bridge_mac = "00:1c:73:aa:bb:cc"
-//   [[vcenter]]
+//   [[vcenter]]                 # up to 8, each with a name when several
 //   url = "vc.example.com"
 //   user = "svc-switch@vsphere.local"
 //   password_credential = "vcenter-password"

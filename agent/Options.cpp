@@ -60,6 +60,8 @@ std::string usage(const std::string& program) {
          "  --config FILE             read these settings from a TOML file first (the\n"
          "                            service's is /etc/harbec/agent.conf); options given\n"
          "                            here override it; SIGHUP reads it again\n"
+         "  --vcenter-name NAME       of the configuration's several vCenters, serve only\n"
+         "                            this one (without it, each gets an agent process)\n"
          "  -h, --help                this text\n"
          "Without --once the view is printed, then each change as it happens, until\n"
          "interrupted.\n"
@@ -130,15 +132,16 @@ std::string httpOptionsError(const Options& o) {
   return "";
 }
 
-// The --config option's file, if any, wherever it stands on the line.
-std::string configFileOf(int argc, const char* const* argv) {
-  std::string file;
+// The value of an option that the configuration file needs before the
+// rest of the line is read, wherever it stands; the last one counts.
+std::string earlyValue(int argc, const char* const* argv, const std::string& option) {
+  std::string value;
   for (int i = 1; i < argc; ++i) {
     const std::string arg = argv[i];
-    if (arg == "--config" && i + 1 < argc) file = argv[++i];
-    if (arg.rfind("--config=", 0) == 0) file = arg.substr(9);
+    if (arg == option && i + 1 < argc) value = argv[++i];
+    if (arg.rfind(option + "=", 0) == 0) value = arg.substr(option.size() + 1);
   }
-  return file;
+  return value;
 }
 
 }  // namespace
@@ -146,7 +149,12 @@ std::string configFileOf(int argc, const char* const* argv) {
 ParsedOptions parseOptions(int argc, const char* const* argv) {
   ParsedOptions r;
   Options& o = r.options;
-  o.configFile = configFileOf(argc, argv);
+  o.configFile = earlyValue(argc, argv, "--config");
+  o.vcenterName = earlyValue(argc, argv, "--vcenter-name");
+  if (!o.vcenterName.empty() && o.configFile.empty()) {
+    r.error = "--vcenter-name needs --config";
+    return r;
+  }
   if (!o.configFile.empty()) {
     r.error = readConfigFile(o.configFile, &o);
     if (!r.error.empty()) return r;
@@ -162,7 +170,7 @@ ParsedOptions parseOptions(int argc, const char* const* argv) {
                            {"--vsm-ca-file", &o.vsmCaFile},      {"--vsm-proxy", &o.vsmProxy},
                            {"--listen", &o.listen},              {"--http-token-file", &o.httpTokenFile},
                            {"--tls-cert", &o.tlsCert},           {"--tls-key", &o.tlsKey},
-                           {"--config", &o.configFile}};
+                           {"--config", &o.configFile},         {"--vcenter-name", &o.vcenterName}};
   for (int i = 1; i < argc; ++i) {
     std::string arg = argv[i], value;
     bool hasValue = false;
@@ -229,6 +237,8 @@ ParsedOptions parseOptions(int argc, const char* const* argv) {
   }
 
   if (o.pollEvery <= 0) o.pollEvery = 10;
+  if (!o.vcenterUrl.empty() && o.vcenterName.empty()) o.vcenterNames.clear();  // the command line's one vCenter
+  if (o.fansOut()) return r;  // each agent process checks its own
   if (o.vcenterUrl.empty() && !o.configFile.empty() && !o.demo) {
     r.error = "no vCenter in the configuration " + o.configFile + " ([vcenter] url)";
     return r;
@@ -260,7 +270,7 @@ auto fields(const Options& o) {
                   o.bridgeMac, o.interfaces, o.configuredVlans, o.once, o.json, o.demo, o.quiet, o.retryFor,
                   o.pollEvery, o.supervise, o.connectTimeout, o.replyTimeout, o.vsmTimeout, o.maxReplyMb,
                   o.vsmMaxReplyMb, o.caFile, o.vsmCaFile, o.vsmProxy, o.listen, o.httpTokenFile, o.tlsCert, o.tlsKey,
-                  o.configFile);
+                  o.configFile, o.vcenterNames, o.vcenterName);
 }
 }  // namespace
 

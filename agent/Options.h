@@ -34,6 +34,13 @@ struct Options {
   std::string listen, httpTokenFile, tlsCert, tlsKey;
 
   std::string configFile;  // read first; the command line overrides it
+  // A configuration may name several vCenters; each is served by an agent
+  // process of its own (see Fanout.h). vcenterNames lists them when there
+  // are several; vcenterName is the one this process serves.
+  std::vector<std::string> vcenterNames;
+  std::string vcenterName;
+  // Several vCenters and none chosen: this process starts one agent each.
+  bool fansOut() const { return vcenterNames.size() > 1 && vcenterName.empty(); }
 };
 bool operator==(const Options& a, const Options& b);
 

@@ -9,6 +9,7 @@
 #include <iostream>
 
 #include "agent/Demo.h"
+#include "agent/Fanout.h"
 #include "agent/HostAgent.h"
 #include "agent/HttpService.h"
 #include "agent/ServiceManager.h"
@@ -155,6 +156,8 @@ int main(int argc, char** argv) {
     std::cerr << "harbec-agent: " << parsed.error << " (see --help)\n";
     return exitBadArguments;
   }
+
+  if (parsed.options.fansOut()) return fanOut(std::vector<std::string>(argv, argv + argc), parsed.options);
 
   std::string error;
   Settings settings = withSecrets(parsed.options, &error);

@@ -5,8 +5,13 @@
 #include <httplib.h>
 #include <signal.h>
 
+#include <sys/stat.h>
+
+#include <algorithm>
 #include <atomic>
 #include <fstream>
+#include <map>
+#include <set>
 #include <thread>
 
 #include <nlohmann/json.hpp>
@@ -23,15 +28,16 @@ const char kUser[] = "administrator@vsphere.local";
 const char kBridgeMac[] = "00:1c:73:aa:bb:cc";
 
 // A simulator whose first host's distributed uplink is cabled to this
-// switch's Ethernet7, and the first machine behind that interface.
+// switch's Ethernet7 (or another port), and the first machine behind that
+// interface.
 struct CabledSimulator {
   vcsim::Simulator vc{kUser, "vmware"};
-  CabledSimulator() {
+  explicit CabledSimulator(const std::string& port = "Ethernet7") {
     std::string host;
     for (const std::string& ref : peer::values(vc.call("GET", "/inventory"), "ref"))
       if (host.empty() && ref.rfind("host-", 0) == 0) host = ref;
     vc.call("POST", "/hints", "{\"host\":\"" + host + "\",\"device\":\"vmnic1\",\"cdp\":{\"devId\":\"" + kBridgeMac +
-                                  "\",\"portId\":\"Ethernet7\"}}");
+                                  "\",\"portId\":\"" + port + "\"}}");
   }
   std::vector<std::string> agentArgs(std::vector<std::string> more) {
     std::vector<std::string> args{"--vcenter", vc.url, "--user", kUser, "--password-file", "-", "--bridge-mac",
@@ -54,6 +60,20 @@ httplib::Client client(const std::string& at, const std::string& token = "") {
   c.set_read_timeout(20);
   if (!token.empty()) c.set_bearer_token_auth(token.c_str());
   return c;
+}
+
+// Headless Chromium on the page at `at`: the simulator powers `vm` off, and
+// its row changes without a reload.
+void browserSeesPowerOff(const std::string& at, vcsim::Simulator& vc, const nlohmann::json& vm) {
+  std::string command = std::string("timeout 60 ") + HARBEC_BROWSER_TEST + " " + at + "/ " + vc.control + " " +
+                        vm["ref"].get<std::string>() + " " + vm["name"].get<std::string>();
+  if (const char* shot = std::getenv("HARBEC_SCREENSHOT")) command += std::string(" ") + shot;
+  command += " 2>&1";
+  FILE* p = popen(command.c_str(), "r");
+  std::string said;
+  char buf[4096];
+  for (size_t n; (n = fread(buf, 1, sizeof buf, p)) > 0;) said.append(buf, n);
+  EXPECT_EQ(pclose(p), 0) << said;
 }
 
 // Waits for /readyz, at most 20 s.
@@ -180,16 +200,75 @@ TEST(AgentHttp, WebPageFollowsAChangeInABrowser) {
   httplib::Client c = client(at);
   ASSERT_TRUE(ready(c));
   const nlohmann::json vm = nlohmann::json::parse(c.Get("/api/v1/view")->body)["interfaces"][0]["vms"].at(0);
-  std::string command = std::string("timeout 60 ") + HARBEC_BROWSER_TEST + " " + at + "/ " + sim.vc.control + " " + vm["ref"].get<std::string>() + " " +
-                        vm["name"].get<std::string>();
-  if (const char* shot = std::getenv("HARBEC_SCREENSHOT")) command += std::string(" ") + shot;
-  command += " 2>&1";
-  FILE* p = popen(command.c_str(), "r");
-  std::string said;
-  char buf[4096];
-  for (size_t n; (n = fread(buf, 1, sizeof buf, p)) > 0;) said.append(buf, n);
-  EXPECT_EQ(pclose(p), 0) << said;
+  browserSeesPowerOff(at, sim.vc, vm);
   EXPECT_EQ(agent.stop(SIGTERM), "exit 0");
+}
+
+// A configuration of two vCenters: an agent process each, and one HTTP
+// interface for both: the views in one document, each change and series
+// marked with its vCenter, the page showing both. SIGHUP reaches both, and
+// neither logs in again for an unchanged configuration.
+TEST(AgentHttp, TwoVcentersOfOneConfiguration) {
+  CabledSimulator east, west("Ethernet8");
+  const std::string dir = testing::TempDir() + "two-" + std::to_string(getpid());
+  mkdir(dir.c_str(), 0700);
+  std::ofstream(dir + "/pw") << "vmware\n";
+  std::ofstream conf(dir + "/agent.conf");
+  conf << "bridge_mac = \"" << kBridgeMac << "\"\npoll = 1\nquiet = true\n";
+  for (auto [name, sim] : {std::pair{"east", &east}, std::pair{"west", &west}})
+    conf << "[[vcenter]]\nname = \"" << name << "\"\nurl = \"" << sim->vc.url << "\"\nuser = \"" << kUser
+         << "\"\npassword_file = \"" << dir << "/pw\"\n";
+  conf << "[http]\nlisten = \"127.0.0.1:0\"\n";
+  conf.close();
+  Running agent({"--config", dir + "/agent.conf"}, "");
+  const std::string at = servedAt(agent);
+  httplib::Client c = client(at);
+  ASSERT_TRUE(ready(c));
+
+  const auto doc = nlohmann::json::parse(c.Get("/api/v1/view")->body);
+  ASSERT_EQ(doc["vcenters"].size(), 2u) << doc.dump();
+  std::map<std::string, nlohmann::json> vmOf;
+  for (const auto& vc : doc["vcenters"]) {
+    const auto& intf = vc["view"]["interfaces"].at(0);
+    EXPECT_EQ(intf["name"], vc["name"] == "east" ? "Ethernet7" : "Ethernet8");
+    vmOf[vc["name"]] = intf["vms"].at(0);
+  }
+  const std::string metrics = c.Get("/metrics")->body;
+  for (const char* name : {"east", "west"})
+    EXPECT_NE(metrics.find("harbec_peer_up{vcenter=\"" + std::string(name) + "\",peer=\"vcenter\"} 1\n"),
+              std::string::npos) << metrics;
+
+  std::atomic<bool> open{false};
+  std::string stream;
+  std::thread reader([&] {
+    client(at).Get("/api/v1/events", [&](const char* data, size_t n) {
+      stream.append(data, n);
+      open = true;
+      return stream.find("event: change") == std::string::npos;
+    });
+  });
+  for (int i = 0; i < 100 && !open; ++i) usleep(100000);
+  east.vc.call("POST", "/vm/power", "{\"vm\":\"" + vmOf["east"]["ref"].get<std::string>() + "\",\"state\":\"poweredOff\"}");
+  reader.join();
+  EXPECT_NE(stream.find("data: [east] VM " + vmOf["east"]["name"].get<std::string>() + " powered off"),
+            std::string::npos) << stream;
+
+  auto logins = [](CabledSimulator& s) {
+    const auto calls = s.vc.calls();
+    return std::count(calls.begin(), calls.end(), "Login");
+  };
+  const auto before = std::make_pair(logins(east), logins(west));
+  agent.send(SIGHUP);
+  std::set<std::string> unchanged;
+  for (std::string l; unchanged.size() < 2 && !(l = agent.errorWith("the configuration is unchanged")).empty();)
+    unchanged.insert(l.substr(0, l.find(']') + 1));
+  EXPECT_EQ(unchanged, (std::set<std::string>{"[east]", "[west]"}));
+  EXPECT_EQ(std::make_pair(logins(east), logins(west)), before) << "sessions kept";
+
+  if (access("/usr/bin/chromium", X_OK) == 0 && access("/usr/bin/chromedriver", X_OK) == 0)
+    browserSeesPowerOff(at, west.vc, vmOf["west"]);
+  EXPECT_EQ(agent.stop(SIGTERM), "exit 0");
+  for (const char* f : {"/pw", "/agent.conf", ""}) std::remove((dir + f).c_str());
 }
 
 }  // namespace

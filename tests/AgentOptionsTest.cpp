@@ -56,7 +56,8 @@ TEST(AgentOptions, ConfiguredVlans) {
 }
 
 // A configuration file sets what the command line leaves; a secret in it,
-// an unknown key or a second vCenter are refused with the line.
+// an unknown key or a vCenter without a name among several are refused
+// with the line.
 TEST(AgentOptions, ConfigFileUnderTheCommandLine) {
   const std::string path = testing::TempDir() + "agent.conf";
   std::ofstream(path) << "bridge_mac = \"00:1c:73:aa:bb:cc\"  # leaf1\ninterfaces = [\"Ethernet1\"]\npoll = 5\n"
@@ -82,13 +83,46 @@ TEST(AgentOptions, ConfigFileUnderTheCommandLine) {
        "(password_credential)"},
       {"pol = 5\n", ":1: pol is no setting"},
       {"quiet = \"yes\"\n", ":1: quiet wants true or false"},
-      {"[[vcenter]]\nurl = \"a\"\n[[vcenter]]\nurl = \"b\"\n", ": this agent serves one vCenter; 2 are configured"},
+      {"[[vcenter]]\nurl = \"a\"\n[[vcenter]]\nurl = \"b\"\n", ":1: each of several vCenters needs a name"},
+      {"[[vcenter]]\nname = \"a\"\n[[vcenter]]\nname = \"a\"\n", ":3: a second vCenter named a"},
+      {"[[vcenter]]\n[[vcenter]]\n[[vcenter]]\n[[vcenter]]\n[[vcenter]]\n[[vcenter]]\n[[vcenter]]\n[[vcenter]]\n"
+       "[[vcenter]]\n",
+       ": between 1 and 8 vCenters, not 9"},
       {"bridge_mac = \"00:1c:73:aa:bb:cc\"\n", "no vCenter in the configuration "},
       {"[http\n", "cannot read the configuration "}};
   for (const auto& [text, error] : bad) {
     std::ofstream(path) << text;
     EXPECT_NE(parse({"--config", path.c_str()}).error.find(error), std::string::npos) << text;
   }
+  std::remove(path.c_str());
+}
+
+// Several vCenters: one agent process each; --vcenter-name chooses the one
+// a process serves, and --vcenter on the command line serves that one alone.
+TEST(AgentOptions, SeveralVcentersEachServedApart) {
+  const std::string path = testing::TempDir() + "agent.conf";
+  std::ofstream(path) << "[[vcenter]]\nname = \"east\"\nurl = \"vc-e\"\nuser = \"u\"\npassword_file = \"/pw\"\n"
+                         "[[vcenter]]\nname = \"west\"\nurl = \"vc-w\"\nuser = \"u\"\npassword_file = \"/pw\"\n"
+                         "[vcenter.vshield]\nurl = \"https://vsm-w\"\nuser = \"a\"\npassword_file = \"/pw\"\n";
+  ParsedOptions all = parse({"--config", path.c_str()});
+  ASSERT_EQ(all.error, "");
+  EXPECT_TRUE(all.options.fansOut());
+  EXPECT_EQ(all.options.vcenterNames, (std::vector<std::string>{"east", "west"}));
+  ParsedOptions west = parse({"--config", path.c_str(), "--vcenter-name", "west"});
+  ASSERT_EQ(west.error, "");
+  EXPECT_FALSE(west.options.fansOut());
+  EXPECT_EQ(west.options.vcenterUrl, "https://vc-w/sdk");
+  EXPECT_EQ(west.options.vsmUrl, "https://vsm-w") << "its own vShield Manager";
+  EXPECT_EQ(parse({"--config", path.c_str(), "--vcenter-name", "east"}).options.vsmUrl, "");
+  ParsedOptions given = parse({"--config", path.c_str(), "--vcenter", "vc-x", "--user", "u", "--password-file", "-"});
+  EXPECT_FALSE(given.options.fansOut());
+  EXPECT_EQ(given.options.vcenterUrl, "https://vc-x/sdk");
+  EXPECT_NE(parse({"--config", path.c_str(), "--vcenter-name", "north"}).error.find(": no vCenter named north"),
+            std::string::npos);
+  EXPECT_EQ(parse({"--vcenter-name", "east"}).error, "--vcenter-name needs --config");
+  std::ofstream(path, std::ios::app) << "[vshield]\nurl = \"https://vsm\"\n";
+  EXPECT_NE(parse({"--config", path.c_str()}).error.find(":15: with several vCenters, give each its vShield Manager"),
+            std::string::npos) << parse({"--config", path.c_str()}).error;
   std::remove(path.c_str());
 }
 
