@@ -14,7 +14,7 @@
  *    derived class that vCenter 7.0 knows is declared, even without fields.
  *  - A class vCenter sends that is not declared here is read as the class
  *    of the field it stands in: an unknown VirtualDevice in a device list
- *    arrives as ns2__VirtualDevice with its common fields filled, an
+ *    arrives as ns2__VirtualDevice with its key alone, an
  *    unknown event as ns2__Event, an unknown property value as a plain
  *    xsd__anyType holding its first child or text in __item. Never build
  *    the stubs with -s or set SOAP_XML_STRICT: both would turn these cases
@@ -598,15 +598,19 @@ class ns2__VirtualEthernetCardLegacyNetworkBackingInfo : public ns2__VirtualDevi
 { public:
 };
 
+/// Only network cards are read: a machine has a dozen other devices (disks,
+/// controllers, keyboard, video), whose label and backing, declared on the
+/// base class, were most of what a large inventory's first reply made.
+/// Declared on the card instead, they are skipped for every other device.
 class ns2__VirtualDevice : public ns2__DynamicData
 { public:
     int                                  key;
-    ns2__Description                    *deviceInfo;
-    ns2__VirtualDeviceBackingInfo       *backing;
 };
 
 class ns2__VirtualEthernetCard : public ns2__VirtualDevice
 { public:
+    ns2__Description                    *deviceInfo;
+    ns2__VirtualDeviceBackingInfo       *backing;
     std::string                         *macAddress;
 };
 
