@@ -37,7 +37,7 @@ template <class T>
 T* arenaNew(struct soap* soap) {
   if constexpr (std::is_same<T, ns2__ObjectUpdate>::value) countObjectUpdate();
   if (SoapArena* arena = arenaOf(soap))
-    if (void* at = arena->allocate(sizeof(T))) return new (at) T;
+    if (void* at = arena->allocate(sizeof(T), alignof(T))) return new (at) T;
   return new (std::nothrow) T;
 }
 

@@ -22,8 +22,8 @@ constexpr bool kEnabled = true;
 // large inventory adds large blocks, given back by the next rewind.
 constexpr std::size_t kFirstBlock = 64 * 1024;
 constexpr std::size_t kLargeBlock = 4 * 1024 * 1024;
-constexpr std::size_t kAlign = alignof(std::max_align_t);
 constexpr std::size_t kHugePage = 2 * 1024 * 1024;
+constexpr std::size_t kRecordsPerChunk = 16 * 1024;
 
 // Anonymous memory at a huge page boundary, so that all of it can be huge.
 void* mapAligned(std::size_t size) {
@@ -63,30 +63,59 @@ bool SoapArena::addBlock(std::size_t size) {
   return true;
 }
 
-void* SoapArena::allocate(std::size_t size) {
-  size = (size + kAlign - 1) & ~(kAlign - 1);
-  if (static_cast<std::size_t>(end_ - next_) < size &&
-      !addBlock(std::max(size, blocks_.empty() ? kFirstBlock : kLargeBlock)))
-    return nullptr;
-  void* p = next_;
-  next_ += size;
+// Records align as their class needs, mostly to 8 bytes: a million of them
+// would lose 8 MB to the 16 of std::max_align_t.
+void* SoapArena::allocate(std::size_t size, std::size_t align) {
+  auto aligned = [align](char* p) {
+    return reinterpret_cast<char*>((reinterpret_cast<std::uintptr_t>(p) + align - 1) & ~(align - 1));
+  };
+  if (!next_ || static_cast<std::size_t>(end_ - aligned(next_)) < size) {
+    if (!addBlock(std::max(size, blocks_.empty() ? kFirstBlock : kLargeBlock))) return nullptr;
+  }
+  char* p = aligned(next_);
+  next_ = p + size;
   return p;
 }
 
-// Newest block first: a deletion list runs from the newest object back.
+// The records run from the newest object back: the block of the last
+// address asked about is looked at first.
 bool SoapArena::holds(const void* p) const {
   auto* c = static_cast<const char*>(p);
-  for (auto b = blocks_.rbegin(); b != blocks_.rend(); ++b)
-    if (c >= b->begin && c < b->begin + b->size) return true;
+  auto in = [c](const Block& b) { return c >= b.begin && c < b.begin + b.size; };
+  if (lastHeld_ < blocks_.size() && in(blocks_[lastHeld_])) return true;
+  for (std::size_t i = blocks_.size(); i-- > 0;)
+    if (in(blocks_[i])) {
+      lastHeld_ = i;
+      return true;
+    }
   return false;
 }
 
+bool SoapArena::roomForRecord() {
+  if (!chunks_.empty() && usedInLast_ < kRecordsPerChunk) return true;
+  auto* chunk = static_cast<Record*>(allocate(kRecordsPerChunk * sizeof(Record)));
+  if (!chunk) return false;
+  chunks_.push_back(chunk);
+  usedInLast_ = 0;
+  return true;
+}
+
+// The scratch entry's object, if one was made, goes into the records.
+void SoapArena::record() {
+  if (!scratch_ || !scratch_->ptr) return;
+  chunks_.back()[usedInLast_++] = {scratch_->ptr, scratch_->type};
+  scratch_->ptr = nullptr;
+}
+
 struct soap_clist* SoapArena::link(int type, int (*fdelete)(struct soap*, struct soap_clist*)) {
-  auto* cp = static_cast<struct soap_clist*>(allocate(sizeof(struct soap_clist)));
-  if (!cp) return nullptr;
-  *cp = {linked_, nullptr, type, -1, fdelete};
-  linked_ = cp;
-  return cp;
+  // One deleter serves every record; the generated code has just one.
+  if (fdelete_ && fdelete != fdelete_) return nullptr;
+  record();
+  if (!scratch_) scratch_ = static_cast<struct soap_clist*>(allocate(sizeof(struct soap_clist)));
+  if (!scratch_ || !roomForRecord()) return nullptr;
+  fdelete_ = fdelete;
+  *scratch_ = {nullptr, nullptr, type, -1, fdelete};
+  return scratch_;
 }
 
 struct soap_clist* arenaLink(struct soap* soap, int type, int n, int (*fdelete)(struct soap*, struct soap_clist*)) {
@@ -96,8 +125,18 @@ struct soap_clist* arenaLink(struct soap* soap, int type, int n, int (*fdelete)(
 }
 
 void SoapArena::rewind() {
-  for (struct soap_clist* cp = linked_; cp; cp = cp->next) cp->fdelete(soap_, cp);
-  linked_ = nullptr;
+  record();
+  for (std::size_t c = chunks_.size(); c-- > 0;) {
+    const std::size_t used = c + 1 == chunks_.size() ? usedInLast_ : kRecordsPerChunk;
+    for (std::size_t i = used; i-- > 0;) {
+      struct soap_clist entry = {nullptr, chunks_[c][i].ptr, chunks_[c][i].type, -1, fdelete_};
+      fdelete_(soap_, &entry);
+    }
+  }
+  chunks_.clear();
+  usedInLast_ = 0;
+  scratch_ = nullptr;
+  lastHeld_ = 0;
   if (blocks_.empty()) return;
   for (std::size_t i = 1; i < blocks_.size(); ++i) munmap(blocks_[i].begin, blocks_[i].size);
   blocks_.resize(1);

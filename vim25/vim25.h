@@ -39,11 +39,11 @@
 
 /// Root of every vim25 record. A value of a class this header does not know
 /// ends up here: __item then holds its text, or its first child element as
-/// raw XML.
+/// raw XML. No record keeps its context (no `soap` member): nothing asks a
+/// record for it, and a large inventory's first reply has a million records.
 class xsd__anyType
 { public:
     _XML                                 __item;
-    struct soap                         *soap;
 };
 
 /// A string as a property value (xsi:type="xsd:string"), e.g. "name".
