@@ -120,12 +120,7 @@ int fanOut(const std::vector<std::string>& argv, const Options& o) {
   std::vector<Served> all = servedFor(o.vcenterNames, argv);
   if (o.once) return once(all);
 
-  struct sigaction sa {};
-  sa.sa_handler = onStop;
-  sigaction(SIGINT, &sa, nullptr);
-  sigaction(SIGTERM, &sa, nullptr);
-  sa.sa_handler = onHangUp;
-  sigaction(SIGHUP, &sa, nullptr);
+  catchStopAndHangUp(onStop, onHangUp);
   signal(SIGPIPE, SIG_IGN);
 
   Board board;

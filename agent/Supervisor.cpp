@@ -153,13 +153,17 @@ bool restartAfter(int status, bool once) {
   }
 }
 
-int supervise(const std::function<int()>& work, const SupervisorOptions& options, std::ostream& err) {
+void catchStopAndHangUp(void (*stop)(int), void (*hangUp)(int)) {
   struct sigaction sa {};
-  sa.sa_handler = onStop;
+  sa.sa_handler = stop;
   sigaction(SIGINT, &sa, nullptr);
   sigaction(SIGTERM, &sa, nullptr);
-  sa.sa_handler = onHangUp;
+  sa.sa_handler = hangUp;
   sigaction(SIGHUP, &sa, nullptr);
+}
+
+int supervise(const std::function<int()>& work, const SupervisorOptions& options, std::ostream& err) {
+  catchStopAndHangUp(onStop, onHangUp);
   stopSignal = 0;
   double delay = options.firstDelay;
   for (;;) {

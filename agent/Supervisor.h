@@ -32,6 +32,10 @@ struct SupervisorOptions {
 // SIGTERM comes; the status to exit with. SIGHUP calls options.reload.
 int supervise(const std::function<int()>& work, const SupervisorOptions& options, std::ostream& err);
 
+// SIGINT and SIGTERM to onStop, SIGHUP to onHangUp, as a process that
+// watches others takes them.
+void catchStopAndHangUp(void (*onStop)(int), void (*onHangUp)(int));
+
 // "exit status 255", "signal 11 (Segmentation fault)".
 std::string describeEnd(int waitStatus);
 // In the work: how many times it was started again before this run.
