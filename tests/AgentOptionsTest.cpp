@@ -100,7 +100,7 @@ TEST(AgentOptions, ConfigFileUnderTheCommandLine) {
 // Several vCenters: one agent process each; --vcenter-name chooses the one
 // a process serves, and --vcenter on the command line serves that one alone.
 TEST(AgentOptions, SeveralVcentersEachServedApart) {
-  const std::string path = testing::TempDir() + "agent.conf";
+  const std::string path = testing::TempDir() + "several-vcenters.conf";
   std::ofstream(path) << "[[vcenter]]\nname = \"east\"\nurl = \"vc-e\"\nuser = \"u\"\npassword_file = \"/pw\"\n"
                          "[[vcenter]]\nname = \"west\"\nurl = \"vc-w\"\nuser = \"u\"\npassword_file = \"/pw\"\n"
                          "[vcenter.vshield]\nurl = \"https://vsm-w\"\nuser = \"a\"\npassword_file = \"/pw\"\n";
