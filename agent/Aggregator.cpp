@@ -68,8 +68,9 @@ void Aggregator::namesAre(const std::vector<std::string>& names) {
   for (auto& [name, s] : sources_) s->gone = std::find(names.begin(), names.end(), name) == names.end();
   for (const std::string& name : names) {
     if (sources_.count(name) && !sources_[name]->gone) continue;
-    sources_[name] = std::make_shared<Source>();
-    threads_.emplace_back([this, name] { follow(name); });
+    auto fresh = std::make_shared<Source>();
+    sources_[name] = fresh;
+    threads_.emplace_back([this, name, fresh] { follow(name, fresh); });
   }
   for (auto it = sources_.begin(); it != sources_.end();) it = it->second->gone ? sources_.erase(it) : std::next(it);
   names_ = names;
@@ -158,12 +159,13 @@ void Aggregator::publishView() {
 }
 
 // An agent's change events, marked with its name, for as long as it is
-// served; the stream is opened again whenever it breaks.
-void Aggregator::follow(const std::string& name) {
+// served; the stream is opened again whenever it breaks. A vCenter removed
+// and added again gets a thread of its own: this one then ends.
+void Aggregator::follow(const std::string& name, const std::shared_ptr<Source>& own) {
   const std::string mark = "[" + name + "] ";
   while (!stop_) {
     std::shared_ptr<Source> s = source(name);
-    if (!s) return;
+    if (s != own) return;
     std::string at;
     {
       std::lock_guard<std::mutex> g(mutex_);

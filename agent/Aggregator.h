@@ -37,7 +37,7 @@ class Aggregator {
  private:
   struct Source;
   void poll();
-  void follow(const std::string& name);
+  void follow(const std::string& name, const std::shared_ptr<Source>& own);
   void publishView();
   void readView(httplib::Client& c, Source& s, double changes);
   std::shared_ptr<Source> source(const std::string& name);
