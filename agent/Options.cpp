@@ -4,6 +4,8 @@
 #include <iostream>
 #include <tuple>
 
+#include <CLI/CLI.hpp>
+
 #include "agent/ConfigFile.h"
 #include "agent/HttpService.h"
 
@@ -81,18 +83,6 @@ std::string usage(const std::string& program) {
 
 namespace {
 
-bool seconds(const std::string& text, double* out) {
-  try {
-    size_t used = 0;
-    double v = std::stod(text, &used);
-    if (used != text.size() || v < 0) return false;
-    *out = v;
-    return true;
-  } catch (const std::exception&) {
-    return false;
-  }
-}
-
 std::vector<std::string> splitList(const std::string& list) {
   std::vector<std::string> out;
   size_t from = 0;
@@ -104,18 +94,6 @@ std::vector<std::string> splitList(const std::string& list) {
     from = end + 1;
   }
   return out;
-}
-
-// The options that take a number, and where it goes.
-double* numberOption(Options& o, const std::string& arg) {
-  const std::pair<const char*, double*> numbers[] = {
-      {"--retry-for", &o.retryFor},           {"--poll", &o.pollEvery},
-      {"--connect-timeout", &o.connectTimeout}, {"--reply-timeout", &o.replyTimeout},
-      {"--vsm-timeout", &o.vsmTimeout},       {"--max-reply-mb", &o.maxReplyMb},
-      {"--vsm-max-reply-mb", &o.vsmMaxReplyMb}};
-  for (const auto& [name, target] : numbers)
-    if (arg == name) return target;
-  return nullptr;
 }
 
 bool readable(const std::string& path) { return path.empty() || std::ifstream(path).good(); }
@@ -144,6 +122,67 @@ std::string earlyValue(int argc, const char* const* argv, const std::string& opt
   return value;
 }
 
+// Options that a file or a list can give more than once; they are applied
+// after the line is read, so that their errors keep their own words.
+struct Repeated {
+  std::vector<std::string> interfaces, configuredVlans, configuredVlansFiles, passwords, vsmPasswords;
+};
+
+// The options as CLI11 reads them into o. A value given twice: the last
+// counts. Options absent from the line leave what the file gave.
+void declare(CLI::App& app, Options& o, bool* help, Repeated& more) {
+  app.set_help_flag();  // usage() is the help
+  app.option_defaults()->multi_option_policy(CLI::MultiOptionPolicy::TakeLast);
+  app.add_flag("-h,--help", *help);
+  const std::pair<const char*, std::string*> texts[] = {
+      {"--vcenter", &o.vcenterUrl},         {"--user", &o.vcenterUser},
+      {"--password-file", &o.vcenterPasswordFile}, {"--vsm", &o.vsmUrl},
+      {"--vsm-user", &o.vsmUser},           {"--vsm-password-file", &o.vsmPasswordFile},
+      {"--bridge-mac", &o.bridgeMac},       {"--ca-file", &o.caFile},
+      {"--vsm-ca-file", &o.vsmCaFile},      {"--vsm-proxy", &o.vsmProxy},
+      {"--listen", &o.listen},              {"--http-token-file", &o.httpTokenFile},
+      {"--tls-cert", &o.tlsCert},           {"--tls-key", &o.tlsKey},
+      {"--config", &o.configFile},         {"--vcenter-name", &o.vcenterName}};
+  for (const auto& [name, target] : texts) app.add_option(name, *target);
+  const std::pair<const char*, double*> numbers[] = {
+      {"--retry-for", &o.retryFor},           {"--poll", &o.pollEvery},
+      {"--connect-timeout", &o.connectTimeout}, {"--reply-timeout", &o.replyTimeout},
+      {"--vsm-timeout", &o.vsmTimeout},       {"--max-reply-mb", &o.maxReplyMb},
+      {"--vsm-max-reply-mb", &o.vsmMaxReplyMb}};
+  const CLI::Validator notNegative(
+      [](const std::string& text) {
+        double v = -1;
+        return CLI::detail::lexical_cast(text, v) && v >= 0 ? "" : "wants a number, not '" + text + "'";
+      },
+      "NUMBER");
+  for (const auto& [name, target] : numbers) app.add_option(name, *target)->check(notNegative);
+  const std::pair<const char*, std::vector<std::string>*> lists[] = {
+      {"--interfaces,--interface", &more.interfaces}, {"--configured-vlans", &more.configuredVlans},
+      {"--configured-vlans-file", &more.configuredVlansFiles}, {"--password", &more.passwords},
+      {"--vsm-password", &more.vsmPasswords}};
+  for (const auto& [name, target] : lists)
+    app.add_option(name, *target)->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+  app.add_flag("--once", o.once);
+  app.add_flag("--json", o.json);
+  app.add_flag("--demo", o.demo);
+  app.add_flag("-q,--quiet", o.quiet);
+  app.add_flag_callback("--no-supervise", [&o] { o.supervise = false; });
+}
+
+std::string applyRepeated(const Repeated& more, Options& o) {
+  const std::pair<const char*, const std::vector<std::string>*> secrets[] = {{"--password", &more.passwords},
+                                                                            {"--vsm-password", &more.vsmPasswords}};
+  for (const auto& [name, given] : secrets)
+    if (!given->empty()) return "passwords are not taken on the command line: use " + std::string(name) + "-file";
+  for (const std::string& list : more.interfaces)
+    for (const std::string& n : splitList(list)) o.interfaces.push_back(n);
+  for (const std::string& given : more.configuredVlans)
+    if (std::string e = addConfiguredVlans(given, o.configuredVlans); !e.empty()) return e;
+  for (const std::string& file : more.configuredVlansFiles)
+    if (std::string e = readConfiguredVlans(file, o.configuredVlans); !e.empty()) return e;
+  return "";
+}
+
 }  // namespace
 
 ParsedOptions parseOptions(int argc, const char* const* argv) {
@@ -159,82 +198,18 @@ ParsedOptions parseOptions(int argc, const char* const* argv) {
     r.error = readConfigFile(o.configFile, &o);
     if (!r.error.empty()) return r;
   }
-  struct Valued {
-    const char* name;
-    std::string* target;
-  };
-  const Valued valued[] = {{"--vcenter", &o.vcenterUrl},         {"--user", &o.vcenterUser},
-                           {"--password-file", &o.vcenterPasswordFile}, {"--vsm", &o.vsmUrl},
-                           {"--vsm-user", &o.vsmUser},           {"--vsm-password-file", &o.vsmPasswordFile},
-                           {"--bridge-mac", &o.bridgeMac},       {"--ca-file", &o.caFile},
-                           {"--vsm-ca-file", &o.vsmCaFile},      {"--vsm-proxy", &o.vsmProxy},
-                           {"--listen", &o.listen},              {"--http-token-file", &o.httpTokenFile},
-                           {"--tls-cert", &o.tlsCert},           {"--tls-key", &o.tlsKey},
-                           {"--config", &o.configFile},         {"--vcenter-name", &o.vcenterName}};
-  for (int i = 1; i < argc; ++i) {
-    std::string arg = argv[i], value;
-    bool hasValue = false;
-    size_t eq = arg.find('=');
-    if (arg.rfind("--", 0) == 0 && eq != std::string::npos) {
-      value = arg.substr(eq + 1);
-      arg = arg.substr(0, eq);
-      hasValue = true;
-    }
-    auto takeValue = [&]() -> bool {
-      if (hasValue) return true;
-      if (i + 1 >= argc) {
-        r.error = "option " + arg + " needs a value";
-        return false;
-      }
-      value = argv[++i];
-      return true;
-    };
-    auto flag = [&](bool* target) {
-      if (hasValue) r.error = "option " + arg + " takes no value";
-      *target = true;
-    };
-
-    if (arg == "-h" || arg == "--help") {
-      r.help = true;
-      return r;
-    }
-    if (arg == "--password" || arg == "--vsm-password") {
-      r.error = "passwords are not taken on the command line: use " + arg + "-file";
-      return r;
-    }
-    bool known = false;
-    for (const Valued& v : valued) {
-      if (arg != v.name) continue;
-      known = true;
-      if (takeValue()) *v.target = value;
-    }
-    if (known) {
-    } else if (arg == "--interfaces" || arg == "--interface") {
-      if (takeValue())
-        for (const std::string& n : splitList(value)) o.interfaces.push_back(n);
-    } else if (arg == "--configured-vlans") {
-      if (takeValue()) r.error = addConfiguredVlans(value, o.configuredVlans);
-    } else if (arg == "--configured-vlans-file") {
-      if (takeValue()) r.error = readConfiguredVlans(value, o.configuredVlans);
-    } else if (double* target = numberOption(o, arg)) {
-      if (takeValue() && !seconds(value, target)) r.error = "option " + arg + " wants a number, not '" + value + "'";
-    } else if (arg == "--once") {
-      flag(&o.once);
-    } else if (arg == "--json") {
-      flag(&o.json);
-    } else if (arg == "--demo") {
-      flag(&o.demo);
-    } else if (arg == "--quiet" || arg == "-q") {
-      flag(&o.quiet);
-    } else if (arg == "--no-supervise") {
-      bool no = false;
-      flag(&no);
-      o.supervise = !no;
-    } else {
-      r.error = "unknown option " + arg;
-    }
-    if (!r.error.empty()) return r;
+  CLI::App app;
+  Repeated more;
+  declare(app, o, &r.help, more);
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError& e) {
+    r.error = e.what();
+    return r;
   }
+  if (r.help) return r;
+  r.error = applyRepeated(more, o);
+  if (!r.error.empty()) return r;
 
   if (o.pollEvery <= 0) o.pollEvery = 10;
   if (!o.vcenterUrl.empty() && o.vcenterName.empty()) o.vcenterNames.clear();  // the command line's one vCenter

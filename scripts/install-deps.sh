@@ -8,7 +8,7 @@ packages=(
   gsoap libgsoap-dev libssl-dev
   libcurl4-openssl-dev libpugixml-dev golang-go golang-github-vmware-govmomi-dev python3
   clang-14 libclang-rt-14-dev gcovr nlohmann-json3-dev
-  libcpp-httplib-dev libsystemd-dev libtomlplusplus-dev systemd chromium chromium-driver python3-selenium
+  libcpp-httplib-dev libsystemd-dev libtomlplusplus-dev libcli11-dev systemd chromium chromium-driver python3-selenium
 )
 
 missing=()
