@@ -4,26 +4,41 @@
 
 namespace HarbecAgent {
 
-std::string JsonWriter::quoted(const std::string& s) {
-  std::string out = "\"";
-  for (unsigned char c : s) {
+namespace {
+
+// Appends s as a JSON string; runs of plain characters go in whole, as the
+// view is made on every pass of the live loop.
+void appendQuoted(std::string& out, const std::string& s) {
+  out += '"';
+  size_t plain = 0;
+  for (size_t i = 0; i < s.size(); ++i) {
+    const unsigned char c = static_cast<unsigned char>(s[i]);
+    if (c >= 0x20 && c != '"' && c != '\\') continue;
+    out.append(s, plain, i - plain);
+    plain = i + 1;
     switch (c) {
       case '"': out += "\\\""; break;
       case '\\': out += "\\\\"; break;
       case '\n': out += "\\n"; break;
       case '\r': out += "\\r"; break;
       case '\t': out += "\\t"; break;
-      default:
-        if (c < 0x20) {
-          char buf[8];
-          std::snprintf(buf, sizeof buf, "\\u%04x", c);
-          out += buf;
-        } else {
-          out += static_cast<char>(c);
-        }
+      default: {
+        char buf[8];
+        std::snprintf(buf, sizeof buf, "\\u%04x", c);
+        out += buf;
+      }
     }
   }
-  return out + "\"";
+  out.append(s, plain, std::string::npos);
+  out += '"';
+}
+
+}  // namespace
+
+std::string JsonWriter::quoted(const std::string& s) {
+  std::string out;
+  appendQuoted(out, s);
+  return out;
 }
 
 void JsonWriter::newline() {
@@ -38,7 +53,9 @@ void JsonWriter::prefix(const char* key) {
     empty_.back() = false;
     newline();
   }
-  if (key) out_ += quoted(key) + (indent_ ? ": " : ":");
+  if (!key) return;
+  appendQuoted(out_, key);
+  out_ += indent_ ? ": " : ":";
 }
 
 JsonWriter& JsonWriter::open(const char* key, char bracket) {
@@ -59,7 +76,7 @@ JsonWriter& JsonWriter::close(char bracket) {
 
 JsonWriter& JsonWriter::value(const char* key, const std::string& s) {
   prefix(key);
-  out_ += quoted(s);
+  appendQuoted(out_, s);
   return *this;
 }
 
