@@ -201,8 +201,18 @@ ParsedOptions parseOptions(int argc, const char* const* argv) {
   CLI::App app;
   Repeated more;
   declare(app, o, &r.help, more);
+  // "--name=" with nothing after the sign is an empty value; CLI11 would
+  // take the next word for it.
+  std::vector<std::string> words(argv, argv + argc);
+  std::vector<const char*> line;
+  for (std::string& w : words) {
+    const bool emptyValue = w.rfind("--", 0) == 0 && w.size() > 3 && w.back() == '=';
+    if (emptyValue) w.pop_back();
+    line.push_back(w.c_str());
+    if (emptyValue) line.push_back("");
+  }
   try {
-    app.parse(argc, argv);
+    app.parse(static_cast<int>(line.size()), line.data());
   } catch (const CLI::ParseError& e) {
     r.error = e.what();
     return r;

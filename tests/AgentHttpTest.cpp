@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <chrono>
 #include <fstream>
 #include <map>
 #include <set>
@@ -264,6 +265,28 @@ TEST(AgentHttp, TwoVcentersOfOneConfiguration) {
     unchanged.insert(l.substr(0, l.find(']') + 1));
   EXPECT_EQ(unchanged, (std::set<std::string>{"[east]", "[west]"}));
   EXPECT_EQ(std::make_pair(logins(east), logins(west)), before) << "sessions kept";
+
+  // An agent that dies is started again after the first wait; the other one
+  // keeps its session.
+  const pid_t westAgent = agent.childWith("west");
+  ASSERT_GT(westAgent, 0);
+  kill(westAgent, SIGKILL);
+  EXPECT_NE(agent.errorWith("the agent of vCenter west ended with").find("; starting it again in 5 s"),
+            std::string::npos);
+  const auto killed = std::chrono::steady_clock::now();
+  pid_t restarted = 0;
+  for (int i = 0; i < 300 && !restarted; ++i, usleep(100000)) restarted = agent.childWith("west");
+  ASSERT_NE(restarted, 0) << "west's agent started again";
+  EXPECT_GE(std::chrono::steady_clock::now() - killed, std::chrono::milliseconds(4500)) << "after the wait";
+  bool back = false;
+  for (int i = 0; i < 300 && !back; ++i, usleep(100000)) {
+    const auto view = c.Get("/api/v1/view");
+    back = logins(west) > before.second && view && view->status == 200 &&
+           nlohmann::json::parse(view->body)["vcenters"][1]["ready"] == true;
+  }
+  EXPECT_TRUE(back) << "west's agent serves again";
+  EXPECT_EQ(std::make_pair(logins(east), logins(west)), std::make_pair(before.first, 2 * before.second))
+      << "west's sessions made anew, east's kept";
 
   if (access("/usr/bin/chromium", X_OK) == 0 && access("/usr/bin/chromedriver", X_OK) == 0)
     browserSeesPowerOff(at, west.vc, vmOf["west"]);

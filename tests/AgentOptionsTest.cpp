@@ -23,7 +23,7 @@ ParsedOptions parse(std::vector<const char*> args) {
 TEST(AgentOptions, FullCommandLine) {
   ParsedOptions p = parse({"--vcenter", "vc.example.com", "--user=admin", "--password-file", "-", "--vsm",
                            "https://vsm.example.com/", "--vsm-user", "vsadmin", "--vsm-password-file=/run/vsm",
-                           "--bridge-mac", "00:1c:73:aa:bb:cc", "--interfaces", "Ethernet1,Ethernet2",
+                           "--ca-file=", "--bridge-mac", "00:1c:73:aa:bb:cc", "--interfaces", "Ethernet1,Ethernet2",
                            "--interface=Ethernet3", "--once", "--json", "--retry-for", "5", "--poll=2.5", "-q"});
   ASSERT_EQ(p.error, "");
   const Options& o = p.options;
@@ -32,6 +32,8 @@ TEST(AgentOptions, FullCommandLine) {
   EXPECT_EQ(o.vcenterPasswordFile, "-");
   EXPECT_EQ(o.vsmUrl, "https://vsm.example.com");
   EXPECT_EQ(o.vsmPasswordFile, "/run/vsm");
+  EXPECT_EQ(o.caFile, "") << "an empty value takes no word after it";
+  EXPECT_EQ(o.bridgeMac, "00:1c:73:aa:bb:cc");
   EXPECT_EQ(o.interfaces, (std::vector<std::string>{"Ethernet1", "Ethernet2", "Ethernet3"}));
   EXPECT_TRUE(o.once && o.json && o.quiet && !o.demo);
   EXPECT_EQ(o.retryFor, 5);

@@ -9,6 +9,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <fstream>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -84,6 +85,16 @@ class Running {
     return "";
   }
   void send(int signal) { kill(pid, signal); }
+  // The child process whose command line has `arg` among its words, or 0.
+  pid_t childWith(const std::string& arg) const {
+    std::ifstream children("/proc/" + std::to_string(pid) + "/task/" + std::to_string(pid) + "/children");
+    for (pid_t child; children >> child;) {
+      std::ifstream cmdline("/proc/" + std::to_string(child) + "/cmdline");
+      for (std::string word; std::getline(cmdline, word, '\0');)
+        if (word == arg) return child;
+    }
+    return 0;
+  }
   std::string stop(int signal) {
     kill(pid, signal);
     std::string end = endOf(pid);
