@@ -39,6 +39,15 @@ void onSignal(int) {
   _exit(exitInterrupted);
 }
 
+// Without the supervisor nobody reads the configuration again; SIGHUP
+// (systemctl reload) says so instead of ending the work.
+void onUnsupervisedHangUp(int) {
+  const char line[] = "harbec-agent: SIGHUP: with --no-supervise the configuration is not read again; restart the "
+                      "agent to take a new one\n";
+  ssize_t written = write(STDERR_FILENO, line, sizeof line - 1);
+  (void)written;
+}
+
 // Ends the process at once, without joining the agent's threads: the
 // update loop keeps its thread until vCenter answers. The demo's peers are
 // not stopped first: they stop when their stdin pipes close with this
@@ -58,6 +67,10 @@ int work(Settings settings) {
   sa.sa_flags = SA_RESTART;  // a view being printed goes on whole
   sigaction(SIGINT, &sa, nullptr);
   sigaction(SIGTERM, &sa, nullptr);
+  if (!settings.options.supervise) {
+    sa.sa_handler = onUnsupervisedHangUp;
+    sigaction(SIGHUP, &sa, nullptr);
+  }
   signal(SIGPIPE, SIG_IGN);
 
   Demo demo;

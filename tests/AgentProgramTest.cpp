@@ -390,6 +390,13 @@ TEST(AgentProgram, HangUpReadsTheConfigurationAgain) {
   for (int i = 0; i < 3 && view.find("\"name\":\"Ethernet9\"") == std::string::npos; ++i) view = agent.line(0);
   EXPECT_NE(view.find("\"name\":\"Ethernet9\""), std::string::npos) << view;
   EXPECT_EQ(agent.stop(SIGINT), "exit 0");
+
+  Running alone({"--config", conf, "--json", "--no-supervise"}, "");
+  EXPECT_NE(alone.line(0), "");
+  alone.send(SIGHUP);
+  EXPECT_NE(alone.errorWith("SIGHUP").find("with --no-supervise the configuration is not read again"),
+            std::string::npos);
+  EXPECT_EQ(alone.stop(SIGINT), "exit 0") << "the work goes on";
   std::remove(conf.c_str());
   std::remove(pw.c_str());
 }
