@@ -79,6 +79,25 @@ for name, title in (("standard", "First full sync"), ("large", "First full sync,
     if b:
         sync_table(title, b)
 
+# How each client's cost grows from the standard inventory to the larger:
+# CPU per MB of reply and per object of the reply, the larger
+# over the standard. The reply of the larger inventory has relatively more
+# hosts (12 VMs each against 25), so both measures are given; the objects
+# are those of the reply, as govmomi counts them (both ask the same).
+std_, big = load("standard"), load("large")
+if std_ and big:
+    print("### Cost per object, larger inventory against the standard\n")
+    print("| Client | CPU per reply MB, standard ms | larger ms | growth | CPU per object, standard µs | larger µs | growth |")
+    print("|---|---:|---:|---:|---:|---:|---:|")
+    mb = lambda b: b["BM_FirstSync_Floor"]["bytes"] / 1e6
+    objects = lambda b: b["BM_FirstSync_Govmomi"]["objects"]
+    for label, name in (("libHarbec", "BM_FirstSync_Library"), ("govmomi (Go)", "BM_FirstSync_Govmomi")):
+        a, z = std_[name]["cpu_s"], big[name]["cpu_s"]
+        pa, pz = 1e3 * a / mb(std_), 1e3 * z / mb(big)
+        oa, oz = 1e6 * a / objects(std_), 1e6 * z / objects(big)
+        print(f"| {label} | {pa:.2f} | {pz:.2f} | {pz / pa:.2f}x | {oa:.1f} | {oz:.1f} | {oz / oa:.2f}x |")
+    print()
+
 lat = load("latency")
 if lat:
     l = lat["BM_ChangeLatency"]
