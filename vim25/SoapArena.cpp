@@ -23,7 +23,15 @@ constexpr bool kEnabled = true;
 constexpr std::size_t kFirstBlock = 64 * 1024;
 constexpr std::size_t kLargeBlock = 4 * 1024 * 1024;
 constexpr std::size_t kHugePage = 2 * 1024 * 1024;
-constexpr std::size_t kRecordsPerChunk = 16 * 1024;
+// Record chunks start small so that the records of a small reply fit in
+// the first block: a chunk that did not would map a large block, and clear
+// a huge page, for every reply of a running session.
+constexpr std::size_t kFirstChunkRecords = 256;
+constexpr std::size_t kLargestChunkRecords = 16 * 1024;
+
+std::size_t chunkRecords(std::size_t chunk) {
+  return chunk >= 6 ? kLargestChunkRecords : kFirstChunkRecords << chunk;
+}
 
 // Anonymous memory at a huge page boundary, so that all of it can be huge.
 void* mapAligned(std::size_t size) {
@@ -91,9 +99,15 @@ bool SoapArena::holds(const void* p) const {
   return false;
 }
 
+std::size_t SoapArena::mapped() const {
+  std::size_t bytes = 0;
+  for (const Block& b : blocks_) bytes += b.size;
+  return bytes;
+}
+
 bool SoapArena::roomForRecord() {
-  if (!chunks_.empty() && usedInLast_ < kRecordsPerChunk) return true;
-  auto* chunk = static_cast<Record*>(allocate(kRecordsPerChunk * sizeof(Record)));
+  if (!chunks_.empty() && usedInLast_ < chunkRecords(chunks_.size() - 1)) return true;
+  auto* chunk = static_cast<Record*>(allocate(chunkRecords(chunks_.size()) * sizeof(Record)));
   if (!chunk) return false;
   chunks_.push_back(chunk);
   usedInLast_ = 0;
@@ -127,7 +141,7 @@ struct soap_clist* arenaLink(struct soap* soap, int type, int n, int (*fdelete)(
 void SoapArena::rewind() {
   record();
   for (std::size_t c = chunks_.size(); c-- > 0;) {
-    const std::size_t used = c + 1 == chunks_.size() ? usedInLast_ : kRecordsPerChunk;
+    const std::size_t used = c + 1 == chunks_.size() ? usedInLast_ : chunkRecords(c);
     for (std::size_t i = used; i-- > 0;) {
       struct soap_clist entry = {nullptr, chunks_[c][i].ptr, chunks_[c][i].type, -1, fdelete_};
       fdelete_(soap_, &entry);

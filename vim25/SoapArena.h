@@ -41,6 +41,8 @@ class SoapArena {
   // `align` is a power of two up to that of std::max_align_t.
   void* allocate(std::size_t size, std::size_t align = alignof(std::max_align_t));
   bool holds(const void* p) const;
+  // Bytes of the blocks mapped now.
+  std::size_t mapped() const;
   // The deletion entry of the single object about to be made, in place of
   // one that soap_link would take from the heap; nullptr if none. The caller
   // writes the object's address into it; it is the arena's one scratch
