@@ -175,7 +175,7 @@ func (pc *propertyCollector) collect(ctx *simulator.Context, known ...*pcVersion
 		}
 		objects := make(map[types.ManagedObjectReference]*objectState)
 		out[fref] = objects
-		res := pc.PropertyCollector.RetrievePropertiesEx(ctx, &types.RetrievePropertiesEx{SpecSet: []types.PropertyFilterSpec{f.Spec}})
+		res := pc.PropertyCollector.RetrievePropertiesEx(ctx, &types.RetrievePropertiesEx{SpecSet: []types.PropertyFilterSpec{typedSpec(ctx, f.Spec)}})
 		body, ok := res.(*methods.RetrievePropertiesExBody)
 		if !ok || body.Res == nil || body.Res.Returnval == nil {
 			continue // e.g. the object of the filter is gone: everything leaves

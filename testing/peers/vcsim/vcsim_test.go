@@ -11,6 +11,7 @@ import (
 	"io"
 	"net/http"
 	"os"
+	"reflect"
 	"regexp"
 	"sort"
 	"strings"
@@ -1913,4 +1914,46 @@ func TestScale(t *testing.T) {
 		t.Errorf("updates %+v", u)
 	}
 	t.Logf("change after %v", time.Since(start))
+}
+
+// A traversal spec follows only objects of its type or a subtype, as in
+// vCenter: one for VirtualApp.vm leaves a host's machines alone, one for
+// ComputeResource.host follows a cluster's hosts.
+func TestTraversalSpecsKeepToTheirType(t *testing.T) {
+	reset(t)
+	inv := inventory(t)
+	var cluster ComputeView
+	for _, cr := range inv.ComputeResources {
+		if cr.Type == "ClusterComputeResource" && len(cr.Hosts) > 0 {
+			cluster = cr
+		}
+	}
+	if cluster.Ref == "" {
+		t.Fatal("no cluster with hosts")
+	}
+	c := login(t)
+	no := types.NewBool(false)
+	trav := func(typ, path string) []types.BaseSelectionSpec {
+		return []types.BaseSelectionSpec{&types.TraversalSpec{Type: typ, Path: path, Skip: no}}
+	}
+	hostRef := types.ManagedObjectReference{Type: "HostSystem", Value: cluster.Hosts[0]}
+	clusterRef := types.ManagedObjectReference{Type: "ClusterComputeResource", Value: cluster.Ref}
+	createFilter(t, c, types.PropertyFilterSpec{
+		ObjectSet: []types.ObjectSpec{
+			{Obj: hostRef, Skip: no, SelectSet: trav("VirtualApp", "vm")},
+			{Obj: clusterRef, Skip: types.NewBool(true), SelectSet: trav("ComputeResource", "host")},
+		},
+		PropSet: []types.PropertySpec{{Type: "HostSystem", PathSet: []string{"name"}}, {Type: "VirtualMachine", PathSet: []string{"name"}}},
+	})
+	got := map[string]bool{}
+	for _, u := range objectUpdates(checkForUpdates(t, c, "")) {
+		got[u.Obj.Type+":"+u.Obj.Value] = true
+	}
+	want := map[string]bool{}
+	for _, h := range cluster.Hosts {
+		want["HostSystem:"+h] = true
+	}
+	if !reflect.DeepEqual(got, want) {
+		t.Errorf("objects %v, want the cluster's hosts alone %v", got, want)
+	}
 }
