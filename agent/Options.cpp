@@ -1,5 +1,6 @@
 #include "agent/Options.h"
 
+#include <cstdlib>
 #include <fstream>
 #include <iostream>
 #include <tuple>
@@ -151,8 +152,9 @@ void declare(CLI::App& app, Options& o, bool* help, Repeated& more) {
       {"--vsm-max-reply-mb", &o.vsmMaxReplyMb}};
   const CLI::Validator notNegative(
       [](const std::string& text) {
-        double v = -1;
-        return CLI::detail::lexical_cast(text, v) && v >= 0 ? "" : "wants a number, not '" + text + "'";
+        char* end = nullptr;
+        const double v = std::strtod(text.c_str(), &end);
+        return !text.empty() && *end == '\0' && v >= 0 ? "" : "wants a number, not '" + text + "'";
       },
       "NUMBER");
   for (const auto& [name, target] : numbers) app.add_option(name, *target)->check(notNegative);
