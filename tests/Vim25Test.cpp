@@ -232,8 +232,6 @@ TEST_F(Vim25Reply, NamespaceTableTakesOtherEnvelopeAndSchemaYears) {
   EXPECT_EQ("DC1", as<xsd__string>(change(response.returnval->filterSet[0]->objectSet[0], "name")->val)->__item);
 }
 
-// A request in VMware's element names and order, with the xsi:type that
-// tells the server a traversal from a selection.
 // Records made in the arena are destroyed at its rewind, the newest first
 // and each once: the heap their strings took is all given back, round
 // after round, and the blocks beyond the first go too.
@@ -269,6 +267,8 @@ TEST_F(Vim25, SmallReplyStaysInTheFirstBlock) {
   }
 }
 
+// A request in VMware's element names and order, with the xsi:type that
+// tells the server a traversal from a selection.
 TEST_F(Vim25Request, ElementsInVmwaresOrder) {
   bool no = false;
   ns2__PropertySpec hostProps;

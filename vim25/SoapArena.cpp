@@ -71,7 +71,7 @@ bool SoapArena::addBlock(std::size_t size) {
   return true;
 }
 
-// Records align as their class needs, mostly to 8 bytes: a million of them
+// Objects align as their class needs, mostly to 8 bytes: a million of them
 // would lose 8 MB to the 16 of std::max_align_t.
 void* SoapArena::allocate(std::size_t size, std::size_t align) {
   auto aligned = [align](char* p) {
